@@ -1,0 +1,27 @@
+# pelarix_subsystem(<target> [sources...])
+# One object library per subsystem folder, so that each subsystem and its
+# tests build on their own. A folder whose code has not been written yet gets
+# an empty generated unit, so the libraries that gather the subsystems never
+# need to know which of them have code.
+function(pelarix_subsystem target)
+  set(sources ${ARGN})
+  if(NOT sources)
+    set(sources ${CMAKE_CURRENT_BINARY_DIR}/${target}_empty.cpp)
+    file(WRITE ${sources} "// ${target} has no code yet.\n")
+  endif()
+  add_library(${target} OBJECT ${sources})
+  target_link_libraries(${target} PUBLIC pelarix_includes)
+endfunction()
+
+# pelarix_test(<subsystem> [sources...]): the test program <subsystem>_tests.
+# ctest runs each case in a process of its own, so process-wide state (the
+# init counter, the log sink) starts fresh in every case.
+function(pelarix_test sub)
+  if(NOT ARGN)
+    return()
+  endif()
+  add_executable(${sub}_tests ${ARGN})
+  target_link_libraries(${sub}_tests PRIVATE pelarix_testing)
+  gtest_discover_tests(${sub}_tests DISCOVERY_TIMEOUT 60
+    PROPERTIES LABELS ${sub})
+endfunction()
