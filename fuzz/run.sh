@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Builds the fuzz preset and runs one libFuzzer target for a bounded time on
+# its committed seed corpus (fuzz/<area>/corpus/<target>/), keeping what it
+# finds in build-fuzz/corpus/<target>/ so the committed seeds stay small.
+#   fuzz/run.sh <target> [seconds, default 600]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+target=${1:?usage: fuzz/run.sh <target> [seconds]}
+seconds=${2:-600}
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz --target "$target"
+seeds=$(ls -d fuzz/*/corpus/"$target" 2>/dev/null | head -n 1)
+work=build-fuzz/corpus/$target
+mkdir -p "$work"
+exec build-fuzz/bin/"$target" -max_total_time="$seconds" -print_final_stats=1 \
+  "$work" ${seeds:+"$seeds"}

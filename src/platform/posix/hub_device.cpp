@@ -1,0 +1,1 @@
+// hub_device: POSIX implementation.

@@ -1,0 +1,1 @@
+// locks: POSIX implementation.

@@ -1,0 +1,1 @@
+// system_version: POSIX implementation.

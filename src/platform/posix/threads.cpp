@@ -1,0 +1,1 @@
+// threads: POSIX implementation.

@@ -1,0 +1,1 @@
+// locks_threads tests.

@@ -1,0 +1,1 @@
+// registry_file tests.
