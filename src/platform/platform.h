@@ -13,6 +13,7 @@ namespace pelarix::platform {
 inline constexpr uint32_t kErrorSuccess = 0;
 inline constexpr uint32_t kErrorFileNotFound = 2;
 inline constexpr uint32_t kErrorAccessDenied = 5;
+inline constexpr uint32_t kErrorInvalidHandle = 6;
 inline constexpr uint32_t kErrorNotEnoughMemory = 8;
 inline constexpr uint32_t kErrorSharingViolation = 32;
 inline constexpr uint32_t kErrorInsufficientBuffer = 122;
@@ -129,12 +130,28 @@ inline constexpr uint32_t kRegBinary = 3;
 inline constexpr uint32_t kRegDword = 4;
 inline constexpr uint32_t kRegMultiSz = 7;
 
+// On POSIX the registry is a file in the registry editor's export format,
+// $PELARIX_REGISTRY or else /etc/pelarix/registry.reg, read afresh at each
+// open; no file means no key. A key exists if its section (or one below it)
+// does. Paths and value names compare without regard to case. Opening sets
+// *out to null on failure.
 uint32_t RegistryOpenKey(const char *path, uint32_t access, RegistryKey *out);
 // With a null data: type and size. With data: type, data and size; fails with
-// kErrorMoreData when size is too small. type may be null.
+// kErrorMoreData when size is too small, giving the size needed and leaving
+// the data alone. type may be null; a null or empty name is the default value.
+// Text values (REG_SZ, REG_EXPAND_SZ, REG_MULTI_SZ) come back narrow (UTF-8),
+// their NULs counted in the size.
 uint32_t RegistryQueryValue(RegistryKey key, const char *name, uint32_t *type, uint8_t *data,
                             uint32_t *size);
+// Tolerates null.
 void RegistryCloseKey(RegistryKey key);
+
+// Told of every RegistryOpenKey with its path, access mask and result. The
+// file-backed registry has no use for the masks, so this is where they stay
+// visible (to tests and diagnostics). Null removes the observer.
+using RegistryOpenObserver = void (*)(void *context, const char *path, uint32_t access,
+                                      uint32_t result);
+void SetRegistryOpenObserver(RegistryOpenObserver observer, void *context);
 
 // ---------------------------------------------------------------------------
 // GetVersionExW: major and minor version of the running system.
