@@ -1,0 +1,26 @@
+// Destroying sessions.
+#include "frame/session.h"
+
+#include "frame/record_pool.h"
+#include "platform/platform.h"
+
+namespace pelarix {
+
+void DestroySession(PelarixSession *session) {
+  platform::EnterLock(&session->deviceListLock);
+  const bool devicesLeft = session->devices != nullptr;
+  platform::LeaveLock(&session->deviceListLock);
+  if (devicesLeft) return;  // the last device to go takes the session with it
+
+  if (session->cancelEvent != nullptr) platform::CloseEvent(session->cancelEvent);
+  if (session->hubHandle != nullptr) platform::HubClose(session->hubHandle);
+  if (session->hubNotificationEvent != nullptr) platform::CloseEvent(session->hubNotificationEvent);
+  platform::DeleteLock(&session->deviceListLock);
+  platform::DeleteLock(&session->hubItemLock);
+  if (session->deferredPluginEvent != nullptr) platform::CloseEvent(session->deferredPluginEvent);
+  // Freeing the setting strings and destroying the filter manager come here,
+  // in this order.
+  FreeRecord(kSessionHandle, session, sizeof(PelarixSession));
+}
+
+}  // namespace pelarix
