@@ -1,0 +1,182 @@
+// What the virtual hub does with each request: the driver's part, without
+// the transport. It hands out plug numbers and item ids, checks plug-in
+// records, keeps the item queue and raises the session's notification event
+// while items wait, and records every request, plug-in and completion so that
+// tests can read them back. Tests can also queue items and make any request
+// fail. All members are safe to call from any thread.
+#pragma once
+
+#include <array>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "request_frame.h"
+
+namespace pelarix::vhub {
+
+inline constexpr uint32_t kDefaultHubVersion = 0x00020000;
+
+// Windows error codes the hub answers with.
+inline constexpr uint32_t kErrorInvalidFunction = 1;
+inline constexpr uint32_t kErrorSharingViolation = 32;
+inline constexpr uint32_t kErrorInvalidParameter = 87;
+inline constexpr uint32_t kErrorInsufficientBuffer = 122;
+inline constexpr uint32_t kErrorAlreadyExists = 183;
+
+// An item as a test queues it; the hub adds the item id.
+struct ItemSpec {
+  uint32_t type = 0;
+  uint32_t plugNo = 0;
+  std::array<uint32_t, 4> params{};
+  std::vector<uint8_t> data;
+  uint32_t noCompletion = 0;
+};
+
+struct RequestRecord {
+  uint32_t code = 0;
+  std::vector<uint8_t> input;
+  uint32_t outputCapacity = 0;
+  bool eventAttached = false;
+  bool injected = false;  // answered by a test's injection, not processed
+  HubAnswer answer;
+};
+
+struct CompletionRecord {
+  uint32_t itemId = 0;
+  uint32_t status = 0;
+  std::vector<uint8_t> data;
+  std::vector<uint8_t> record;  // the whole input, as sent
+  bool known = false;           // the id was one of the hub's delivered items
+};
+
+// An item that ended a test in a bad state.
+struct ItemProblem {
+  uint32_t itemId = 0;
+  uint32_t plugNo = 0;
+  uint32_t type = 0;
+  bool delivered = false;    // false: it still waits in the queue
+  uint32_t completions = 0;  // 0: never completed; 2 or more: completed again
+};
+
+class HubModel {
+ public:
+  using Logger = std::function<void(const std::string &line)>;
+  static constexpr uint32_t kForever = 0;
+
+  explicit HubModel(uint32_t version = kDefaultHubVersion, Logger logger = {});
+  ~HubModel();
+  HubModel(const HubModel &) = delete;
+  HubModel &operator=(const HubModel &) = delete;
+
+  // --- the transport's side -------------------------------------------------
+  // The open status for a new connection: 0 opens a session; 32 while another
+  // session holds the hub; or the status a test asked for.
+  uint32_t OpenSession();
+  // Forgets the session: its devices are unplugged, its items dropped and its
+  // notification event let go.
+  void CloseSession();
+  // One request. eventFd is the descriptor that came with
+  // IOCTL_HUB_SET_NOTIFICATION_EVENT (or -1); the model owns it from here.
+  HubAnswer Handle(uint32_t code, const uint8_t *input, uint32_t inputLength,
+                   uint32_t outputCapacity, int eventFd);
+
+  // --- a test's side --------------------------------------------------------
+  void SetVersion(uint32_t version);
+  // The next connection gets this open status instead (0 changes nothing).
+  void SetNextOpenStatus(uint32_t status);
+  // Queues an item and returns its id.
+  uint32_t QueueItem(const ItemSpec &item);
+  // The next `times` requests of this code (kForever: all) get this answer
+  // and are not processed.
+  void InjectAnswer(uint32_t code, HubAnswer answer, uint32_t times = 1);
+  void FailRequest(uint32_t code, uint32_t error, bool afterPending, uint32_t times = 1);
+  void ClearInjections();
+  // Raises or clears the notification event by hand (the queue's own rule
+  // applies again at the next change).
+  void RaiseNotification(bool raised);
+
+  std::vector<RequestRecord> Requests() const;
+  std::vector<RequestRecord> RequestsOf(uint32_t code) const;
+  std::vector<std::vector<uint8_t>> PluginRecords() const;  // accepted ones, whole
+  std::vector<uint32_t> PluggedDevices() const;
+  std::vector<uint32_t> Unplugs() const;  // PlugNos of unplug requests, in order
+  std::vector<CompletionRecord> Completions() const;
+  size_t QueuedItems() const;
+  bool NotificationRaised() const;
+  bool SessionOpen() const;
+  uint32_t SessionsOpened() const;
+  // Waits until no session is open; false on time-out.
+  bool WaitForNoSession(uint32_t timeoutMs) const;
+
+  // Items never completed or completed more than once, and the same as text
+  // (empty when there are none). Items the hub dropped (unplug, session
+  // close) are not counted.
+  std::vector<ItemProblem> ItemProblems() const;
+  std::string ItemReport() const;
+
+ private:
+  struct QueuedItem {
+    uint32_t itemId;
+    ItemSpec spec;
+  };
+  struct ItemTrack {
+    uint32_t plugNo = 0;
+    uint32_t type = 0;
+    bool delivered = false;
+    bool dropped = false;
+    uint32_t completions = 0;
+  };
+  struct Injection {
+    HubAnswer answer;
+    uint32_t times;
+  };
+
+  HubAnswer Process(uint32_t code, const uint8_t *input, uint32_t inputLength,
+                    uint32_t outputCapacity, int eventFd);
+  HubAnswer Word(uint32_t value, uint32_t outputCapacity);
+  HubAnswer SetNotificationEvent(uint32_t inputLength, int eventFd);
+  HubAnswer UnplugDevice(const uint8_t *input, uint32_t inputLength);
+  HubAnswer GetItem(uint32_t outputCapacity);
+  HubAnswer GetItemBuffer(uint32_t outputCapacity);
+  HubAnswer CompleteItem(const uint8_t *input, uint32_t inputLength);
+  HubAnswer PluginDevice(const uint8_t *input, uint32_t inputLength);
+  uint32_t NextItemId();
+  void DropQueuedItems(std::optional<uint32_t> plugNo);
+  void UpdateNotification();
+  void SetRaised(bool raised);
+  void Log(const std::string &line) const;
+
+  mutable std::mutex mutex_;
+  mutable std::condition_variable sessionChanged_;
+  Logger logger_;
+  uint32_t version_;
+  uint32_t nextOpenStatus_ = 0;
+  bool sessionOpen_ = false;
+  uint32_t sessionsOpened_ = 0;
+  uint32_t nextPlugNo_ = 1;
+  uint32_t nextItemId_ = 1;
+  int eventFd_ = -1;
+  bool raised_ = false;
+  std::deque<QueuedItem> queue_;
+  std::optional<QueuedItem> lastDelivered_;
+  std::map<uint32_t, ItemTrack> items_;
+  std::set<uint32_t> plugged_;
+  std::map<uint32_t, std::deque<Injection>> injections_;
+  std::vector<RequestRecord> requests_;
+  std::vector<std::vector<uint8_t>> pluginRecords_;
+  std::vector<uint32_t> unplugs_;
+  std::vector<CompletionRecord> completions_;
+};
+
+// The request's name, for logs ("IOCTL_HUB_GET_ITEM"), or its code in hex.
+std::string HubRequestName(uint32_t code);
+
+}  // namespace pelarix::vhub
