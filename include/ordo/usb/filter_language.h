@@ -1,4 +1,13 @@
 // The filter language: dictionary, values, filter lists, matchers, filter log.
 #pragma once
 
+#include "ordo/usb/filter_dictionary.h"
+#include "ordo/usb/filter_list.h"
+#include "ordo/usb/filter_log.h"
+#include "ordo/usb/filter_settings.h"
+#include "ordo/usb/filter_text.h"
+#include "ordo/usb/filter_types.h"
+#include "ordo/usb/flt_matcher.h"
+#include "ordo/usb/flt_str_helper.h"
+#include "ordo/usb/flt_value.h"
 #include "ordo/usb/log_hook.h"
