@@ -1,0 +1,69 @@
+// The shared library's dynamic symbol table holds the 29 Pelarix_ functions
+// and nothing else.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace {
+
+// Defined dynamic symbols of the library, by name.
+std::set<std::string> DefinedDynamicSymbols(const std::string &library, int *exitStatus) {
+  const std::string command = "nm -D --defined-only '" + library + "'";
+  std::set<std::string> names;
+  FILE *pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return names;
+  char line[512];
+  while (std::fgets(line, sizeof line, pipe) != nullptr) {
+    std::istringstream fields(line);
+    std::string address, type, name;
+    fields >> address >> type >> name;
+    if (name.empty()) name = type;  // an undefined-address line has two fields
+    if (!name.empty()) names.insert(name);
+  }
+  *exitStatus = pclose(pipe);
+  return names;
+}
+
+TEST(ExportsAbiTest, ExactlyThePelarixFunctionsAreExported) {
+  int exitStatus = -1;
+  const std::set<std::string> symbols = DefinedDynamicSymbols(PELARIX_SHARED_LIBRARY, &exitStatus);
+  ASSERT_EQ(exitStatus, 0) << "nm failed on " << PELARIX_SHARED_LIBRARY;
+  const std::set<std::string> expected = {
+      "Pelarix_GetVersion",
+      "Pelarix_Init",
+      "Pelarix_InitEx",
+      "Pelarix_CreateSession",
+      "Pelarix_CreateSessionEx",
+      "Pelarix_CloseHandle",
+      "Pelarix_DuplicateHandle",
+      "Pelarix_CreateDevice",
+      "Pelarix_CreateDeviceEx",
+      "Pelarix_AddDeviceString",
+      "Pelarix_PluginDevice",
+      "Pelarix_UnplugDevice",
+      "Pelarix_GetDeviceSessionHandle",
+      "Pelarix_GetDeviceId",
+      "Pelarix_GetDeviceFlags",
+      "Pelarix_SetDeviceFlags",
+      "Pelarix_GetDeviceClientVersion",
+      "Pelarix_GetNextItem",
+      "Pelarix_CancelGetItem",
+      "Pelarix_ParkItem",
+      "Pelarix_UnparkItem",
+      "Pelarix_GetItemDeviceHandle",
+      "Pelarix_GetItemId",
+      "Pelarix_GetItemInfo",
+      "Pelarix_GetItemRaw",
+      "Pelarix_CompleteItem",
+      "Pelarix_CompleteItemRaw",
+      "Pelarix_GetUniqueItemId",
+      "Pelarix_GetFilterBlob",
+  };
+  ASSERT_EQ(expected.size(), 29u);
+  EXPECT_EQ(symbols, expected);
+}
+
+}  // namespace
