@@ -1,7 +1,5 @@
 // The flat functions over the agent's filter manager, and the filter log as a
 // hook sees it.
-#include "ordo/usb/filter_entry_points.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,6 +10,7 @@
 
 #include "filter/dev_filter_mgr_agent.h"
 #include "ordo/usb/filter_dictionary.h"
+#include "ordo/usb/filter_entry_points.h"
 #include "ordo/usb/filter_log.h"
 
 namespace ordo::usb {
@@ -45,10 +44,10 @@ void CaptureHook(uint32_t level, const char *format, va_list args) {
 constexpr uint8_t kKeyboardDevice[18] = {0x12, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00, 0x08, 0x34,
                                          0x12, 0x78, 0x56, 0x00, 0x01, 0x01, 0x02, 0x00, 0x01};
 constexpr uint8_t kKeyboardConfig[34] = {
-    0x09, 0x02, 0x22, 0x00, 0x01, 0x01, 0x00, 0xa0, 0x32,                    // configuration
-    0x09, 0x04, 0x00, 0x00, 0x01, 0x03, 0x01, 0x01, 0x00,                    // interface
-    0x09, 0x21, 0x11, 0x01, 0x00, 0x01, 0x22, 0x3f, 0x00,                    // HID
-    0x07, 0x05, 0x81, 0x03, 0x08, 0x00, 0x0a};                               // endpoint
+    0x09, 0x02, 0x22, 0x00, 0x01, 0x01, 0x00, 0xa0, 0x32,  // configuration
+    0x09, 0x04, 0x00, 0x00, 0x01, 0x03, 0x01, 0x01, 0x00,  // interface
+    0x09, 0x21, 0x11, 0x01, 0x00, 0x01, 0x22, 0x3f, 0x00,  // HID
+    0x07, 0x05, 0x81, 0x03, 0x08, 0x00, 0x0a};             // endpoint
 constexpr uint8_t kStorageDevice[18] = {0x12, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00, 0x40, 0x81,
                                         0x07, 0x67, 0x55, 0x00, 0x01, 0x01, 0x02, 0x03, 0x01};
 
@@ -145,7 +144,8 @@ TEST_F(EntryPointsTest, FamilyInfoIsANewFamilyToBeGivenBack) {
 TEST_F(EntryPointsTest, StringWithoutLetterIsRefusedAtTheGate) {
   AddFilterString(manager_, "exid:vid-1234_pid-5678", 0);
   AddFilterString(manager_, "blockremoteconfig:o:true", 0);
-  EXPECT_THAT(Errors(), ElementsAre(Dmo("exid:vid-1234_pid-5678"), Dmo("blockremoteconfig:o:true")));
+  EXPECT_THAT(Errors(),
+              ElementsAre(Dmo("exid:vid-1234_pid-5678"), Dmo("blockremoteconfig:o:true")));
   EXPECT_EQ(GetFilterManagerBlob(manager_, nullptr), 0u);
   EXPECT_TRUE(IsDeviceAllowedByFilter(manager_, kKeyboardDevice, kKeyboardConfig));
 }
@@ -170,8 +170,8 @@ TEST_F(EntryPointsTest, GateLowerCasesButQuotesTheTextAsGiven) {
   EXPECT_THAT(Errors(), ElementsAre(Dmo("EXID:VID-1234_PID-5678")));
   AddFilterString(manager_, "EXID:M:VID-1234_PID-5678", 0);
   EXPECT_EQ(Errors().size(), 1u);
-  EXPECT_THAT(HookLines(),
-              ::testing::Contains(HookLine{1, "DevFltr: Adding FilterRule: exid:m:vid-1234_pid-5678"}));
+  EXPECT_THAT(HookLines(), ::testing::Contains(HookLine{
+                               1, "DevFltr: Adding FilterRule: exid:m:vid-1234_pid-5678"}));
   EXPECT_TRUE(manager_->AreRulesSequenced());
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ordo/usb/filter_dictionary.h"
+#include "ordo/usb/filter_entry_points.h"
 #include "ordo/usb/filter_list.h"
 #include "ordo/usb/filter_log.h"
 #include "ordo/usb/filter_settings.h"
