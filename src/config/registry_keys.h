@@ -4,6 +4,7 @@
 // a plain read.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/platform.h"
@@ -19,12 +20,16 @@ inline constexpr const char *kSessionPolicyKeyPath =
     "Software\\Policies\\Tessarin, Inc.\\Tessarin Halden\\Agent\\USB";
 // Local values of the session and the device defaults.
 inline constexpr const char *kGeneralKeyPath = "Software\\Tessarin, Inc.\\Tessarin Halden\\USB";
-inline constexpr const char *kDevicePolicyKeyFormat =
-    "Software\\Policies\\Tessarin, Inc.\\Tessarin Halden\\USB\\Vid_%04.4x&Pid_%04.4x";
-inline constexpr const char *kDeviceKeyFormat =
-    "Software\\Tessarin, Inc.\\Tessarin Halden\\USB\\Vid_%04.4x&Pid_%04.4x";
 inline constexpr const char *kDefaultPolicyKeyPath =
     "Software\\Policies\\Tessarin, Inc.\\Tessarin Halden\\USB\\";
+
+// The paths of a device's own keys, "...\\USB\\Vid_%04.4x&Pid_%04.4x" under the
+// policies and under the general key, with idVendor and idProduct in lower-
+// case hexadecimal.
+inline constexpr size_t kDeviceKeyPathBytes = 260;
+void FormatDevicePolicyKeyPath(char (&path)[kDeviceKeyPathBytes], uint16_t vendorId,
+                               uint16_t productId);
+void FormatDeviceKeyPath(char (&path)[kDeviceKeyPathBytes], uint16_t vendorId, uint16_t productId);
 
 // The key, or null if it will not open: a missing key is simply not asked.
 platform::RegistryKey OpenSettingsKey(const char *path, uint32_t access);

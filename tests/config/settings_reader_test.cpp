@@ -19,6 +19,7 @@ class SettingsReaderTest : public testing::RegistryTest {
   // Writes a policy and a local key with the given values and opens both
   // (a key whose body is null is left out of the file, and stays null).
   void Keys(const char *policyValues, const char *localValues) {
+    CloseKeys();
     std::string body;
     if (policyValues != nullptr) body += std::string("[HKLM\\Test\\Policy]\r\n") + policyValues;
     if (localValues != nullptr) body += std::string("[HKLM\\Test\\Local]\r\n") + localValues;
@@ -28,9 +29,14 @@ class SettingsReaderTest : public testing::RegistryTest {
     TakeLog();
   }
   void TearDown() override {
-    if (policy_ != nullptr) platform::RegistryCloseKey(policy_);
-    if (local_ != nullptr) platform::RegistryCloseKey(local_);
+    CloseKeys();
     RegistryTest::TearDown();
+  }
+  void CloseKeys() {
+    platform::RegistryCloseKey(policy_);
+    platform::RegistryCloseKey(local_);
+    policy_ = nullptr;
+    local_ = nullptr;
   }
 
   uint32_t Dword(uint32_t defaultValue, uint32_t minimum, uint32_t maximum, uint32_t *found,
