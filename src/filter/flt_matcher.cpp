@@ -1,7 +1,5 @@
 #include "ordo/usb/flt_matcher.h"
 
-#include <array>
-
 #include "filter/shared_parsers.h"
 
 namespace ordo::usb {
@@ -90,12 +88,7 @@ std::unique_ptr<FltMatcher> makeFltMatcher(FilterType type) {
 }
 
 const FltMatcher *sharedFltMatcher(FilterType type) {
-  static const auto matchers = [] {
-    std::array<std::unique_ptr<FltMatcher>, FilterTypeCount> made;
-    for (FilterType t = 0; t < FilterTypeCount; ++t) made[t] = makeFltMatcher(t);
-    return made;
-  }();
-  return type < FilterTypeCount ? matchers[type].get() : nullptr;
+  return madeOncePerType<FltMatcher, makeFltMatcher>(type);
 }
 
 }  // namespace ordo::usb

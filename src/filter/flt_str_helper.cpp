@@ -1,7 +1,5 @@
 #include "ordo/usb/flt_str_helper.h"
 
-#include <array>
-
 #include "filter/shared_parsers.h"
 #include "ordo/usb/filter_text.h"
 
@@ -136,12 +134,7 @@ std::unique_ptr<FltStrHelper> makeFltStrHelper(FilterType type) {
 }
 
 const FltStrHelper *sharedFltStrHelper(FilterType type) {
-  static const auto helpers = [] {
-    std::array<std::unique_ptr<FltStrHelper>, FilterTypeCount> made;
-    for (FilterType t = 0; t < FilterTypeCount; ++t) made[t] = makeFltStrHelper(t);
-    return made;
-  }();
-  return type < FilterTypeCount ? helpers[type].get() : nullptr;
+  return madeOncePerType<FltStrHelper, makeFltStrHelper>(type);
 }
 
 }  // namespace ordo::usb
