@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "frame/library_state.h"
 #include "frame/startup_line.h"
@@ -88,6 +90,70 @@ TEST_F(LibraryEntryTest, StartupLineWithoutVersionBlockUsesFixedWords) {
             (LogLines{{1,
                        "Tessarin Orlan Virtual USB Hub API initialized, version: unknown, "
                        "release: unknown"}}));
+}
+
+// A version block in the POSIX layout: for each value its key length and value
+// length in UTF-16 units, the key, the value; two zero lengths end it.
+std::u16string VersionBlock(const std::vector<std::pair<std::u16string, std::u16string>> &values) {
+  std::u16string block;
+  for (const auto &[key, value] : values) {
+    block += static_cast<char16_t>(key.size() + 1);
+    block += static_cast<char16_t>(value.size());
+    block += key;
+    block += u'\0';
+    block += value;
+  }
+  block += u'\0';
+  block += u'\0';
+  return block;
+}
+
+const std::u16string kVersionKey = u"\\StringFileInfo\\040904b0\\FileVersion";
+const std::u16string kDescriptionKey = u"\\StringFileInfo\\040904b0\\FileDescription";
+
+TEST_F(LibraryEntryTest, StartupLineWithoutTranslationUsesFixedWords) {
+  LogCapture capture(1);
+  const std::u16string block = VersionBlock(
+      {{kVersionKey, std::u16string(u"9.9", 4)}, {kDescriptionKey, std::u16string(u"Hub", 4)}});
+  WriteStartupLineFromBlock(block.data());
+  EXPECT_EQ(capture.Lines(),
+            (LogLines{{1,
+                       "Tessarin Orlan Virtual USB Hub API initialized, version: unknown, "
+                       "release: unknown"}}));
+}
+
+TEST_F(LibraryEntryTest, StartupLineWithAShortTranslationUsesFixedWords) {
+  LogCapture capture(1);
+  const std::u16string block = VersionBlock(
+      {{u"\\VarFileInfo\\Translation", u"\u0409"}, {kVersionKey, std::u16string(u"9.9", 4)}});
+  WriteStartupLineFromBlock(block.data());
+  EXPECT_EQ(capture.Lines(),
+            (LogLines{{1,
+                       "Tessarin Orlan Virtual USB Hub API initialized, version: unknown, "
+                       "release: unknown"}}));
+}
+
+TEST_F(LibraryEntryTest, StartupLineWithoutDescriptionUsesTheFixedOne) {
+  LogCapture capture(1);
+  const std::u16string block =
+      VersionBlock({{u"\\VarFileInfo\\Translation", u"\u0407\u04e4"},
+                    {u"\\StringFileInfo\\040704e4\\FileVersion", std::u16string(u"9.9", 4)}});
+  WriteStartupLineFromBlock(block.data());
+  EXPECT_EQ(capture.Lines(),
+            (LogLines{{1,
+                       "Tessarin Orlan Virtual USB Hub API initialized, version: 9.9, "
+                       "release: unknown"}}));
+}
+
+TEST_F(LibraryEntryTest, StartupLineNamesTheSubBlocksByTheFirstTranslation) {
+  LogCapture capture(1);
+  const std::u16string block =
+      VersionBlock({{u"\\VarFileInfo\\Translation", u"\u0407\u04e4\u0409\u04b0"},
+                    {kVersionKey, std::u16string(u"1.0", 4)},
+                    {u"\\StringFileInfo\\040704e4\\FileVersion", std::u16string(u"2.0", 4)},
+                    {u"\\StringFileInfo\\040704e4\\FileDescription", std::u16string(u"Nabe", 5)}});
+  WriteStartupLineFromBlock(block.data());
+  EXPECT_EQ(capture.Lines(), (LogLines{{1, "Nabe initialized, version: 2.0, release: unknown"}}));
 }
 
 TEST_F(LibraryEntryTest, StartupLineFromTheModuleBlock) {
