@@ -18,8 +18,8 @@ void DestroySession(PelarixSession *session) {
   platform::DeleteLock(&session->deviceListLock);
   platform::DeleteLock(&session->hubItemLock);
   if (session->deferredPluginEvent != nullptr) platform::CloseEvent(session->deferredPluginEvent);
-  // Freeing the setting strings and destroying the filter manager come here,
-  // in this order.
+  FreeSessionSettings(&session->settings);
+  ordo::usb::DestroyFilterManager(session->filterManager);
   FreeRecord(kSessionHandle, session, sizeof(PelarixSession));
 }
 

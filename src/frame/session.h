@@ -8,6 +8,7 @@
 
 #include "config/session_settings.h"
 #include "frame/handle.h"
+#include "ordo/usb/filter_entry_points.h"
 #include "pelarix.h"
 #include "platform/platform.h"
 
@@ -29,7 +30,7 @@ struct PelarixSession {
   PelarixItemBufferCallback itemBufferCallback;  // may be null
   void *itemBufferContext;
   SessionSettings settings;
-  void *filterManager;  // null if it could not be made
+  HDevFilterMgrAgent *filterManager;  // null if it could not be made
 };
 
 // Frees what the session holds and the record itself, unless devices remain:

@@ -1,5 +1,8 @@
 // Opening sessions: the events, the hub, its version and the notification event.
+#include "config/filter_feed.h"
+#include "config/session_settings.h"
 #include "frame/handle.h"
+#include "frame/library_state.h"
 #include "frame/log.h"
 #include "frame/record_pool.h"
 #include "frame/session.h"
@@ -72,9 +75,10 @@ PelarixStatus OpenSession(PelarixHandle *pelarixHandle,
   }
   session->itemBufferCallback = itemBufferCallback;
   session->itemBufferContext = itemBufferContext;
-  // Reading the session's settings and building and feeding its filter
-  // manager come here. Neither fails the session: a session without a filter
-  // manager works and refuses every device.
+  // Neither fails the session: a session without a filter manager works and
+  // refuses every device.
+  ReadSessionSettings(&session->settings);
+  session->filterManager = FeedFilterManager(session->settings, gLibrary.logLevel);
   *pelarixHandle = session;
   return Pelarix_Success;
 }
