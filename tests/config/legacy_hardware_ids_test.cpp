@@ -109,6 +109,14 @@ TEST_F(LegacyHardwareIdsTest, MultiStringStopsAtTheEmptyEntry) {
             "exid:m:vid-0001_pid-0002;");
 }
 
+TEST_F(LegacyHardwareIdsTest, MultiStringWithoutClosingNulsEndsWithTheValue) {
+  uint32_t length = 0;
+  // "vid_1&pid_2" with neither its own NUL nor the list's closing one.
+  EXPECT_EQ(
+      Legacy("hex(7):76,00,69,00,64,00,5f,00,31,00,26,00,70,00,69,00,64,00,5f,00,32,00", &length),
+      "exid:m:vid-0001_pid-0002;");
+}
+
 TEST_F(LegacyHardwareIdsTest, MultiStringWithoutUsableEntryGivesTheBarePrefix) {
   uint32_t length = 0;
   EXPECT_EQ(Legacy(MultiString({"USB\\Vid_1234&Pid_0001"}), &length), "exid:m:");
