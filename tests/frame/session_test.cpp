@@ -55,6 +55,12 @@ LogLines MaskPointers(const LogLines &lines) {
 
 class SessionTest : public ::testing::Test {
  protected:
+  // No registry: every setting keeps its default.
+  void SetUp() override {
+    setenv("PELARIX_REGISTRY", (directory_.Path() + "/absent.reg").c_str(), 1);
+  }
+  void TearDown() override { unsetenv("PELARIX_REGISTRY"); }
+
   void StartHub(uint32_t version = vhub::kDefaultHubVersion) {
     vhub::VirtualHubOptions options;
     options.directory = directory_.Path();
@@ -70,12 +76,14 @@ class SessionTest : public ::testing::Test {
     return static_cast<PelarixSession *>(handle);
   }
 
-  // The lines of a session that opened: hub, version, event, handle.
+  // The lines of a session that opened: hub, version, event, the settings
+  // (none in the registry: the item length's default), handle.
   static LogLines OpenedLines(PelarixHandle handle) {
     const std::string hub = PointerText(AsSession(handle)->hubHandle);
     return {{2, "Open virtual hub interface, handle: " + hub + ", status: 0x0"},
             {2, "Get virtual hub version, handle: " + hub + ", status: 0x0"},
             {2, "Set virtual hub notification event, handle: " + hub + ", status: 0x0"},
+            {1, "Effective configuration setting, name: ExpectedItemLength, value: 552"},
             {2, "Open handle: " + PointerText(handle) + ", status: 0x0"}};
   }
 
@@ -192,7 +200,7 @@ TEST_F(SessionTest, SessionRecordAfterOpening) {
   EXPECT_NE(session->deferredPluginEvent, nullptr);
   EXPECT_EQ(session->itemBufferCallback, &ItemBufferCallback);
   EXPECT_EQ(session->itemBufferContext, &context);
-  EXPECT_EQ(session->filterManager, nullptr);
+  EXPECT_NE(session->filterManager, nullptr);
   EXPECT_EQ(Pelarix_CloseHandle(handle), Pelarix_Success);
 }
 

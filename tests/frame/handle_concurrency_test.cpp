@@ -1,0 +1,110 @@
+// References, releases and log lines from several threads at once.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "frame/handle.h"
+#include "frame/log.h"
+#include "frame/session.h"
+#include "hub_directory.h"
+#include "log_capture.h"
+#include "pelarix.h"
+#include "virtual_hub.h"
+
+namespace pelarix {
+namespace {
+
+using testing::LogCapture;
+
+constexpr int kThreads = 4;
+constexpr int kRounds = 500;
+
+TEST(HandleConcurrencyTest, DuplicatesAndClosesBalance) {
+  vhub::ScopedHubDirectory directory;
+  vhub::VirtualHubOptions options;
+  options.directory = directory.Path();
+  vhub::VirtualHub hub(options);
+  std::string error;
+  ASSERT_TRUE(hub.Start(&error)) << error;
+  LogCapture capture(0);
+  PelarixHandle handle = nullptr;
+  ASSERT_EQ(Pelarix_CreateSession(&handle), Pelarix_Success);
+
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < kRounds; ++i) {
+        if (Pelarix_DuplicateHandle(handle) != Pelarix_Success) ++failures;
+        if (Pelarix_CloseHandle(handle) != Pelarix_Success) ++failures;
+      }
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(failures.load(), 0);
+  EXPECT_EQ(ReadRefCount(static_cast<HandleHeader *>(handle)), 1);
+  EXPECT_TRUE(capture.Lines().empty());
+  EXPECT_EQ(Pelarix_CloseHandle(handle), Pelarix_Success);
+  EXPECT_FALSE(IsValidHandle(handle, kAnyHandle));
+  EXPECT_TRUE(hub.Model().WaitForNoSession(5000));
+}
+
+TEST(HandleConcurrencyTest, LastOfManyReleasesDestroysOnce) {
+  vhub::ScopedHubDirectory directory;
+  vhub::VirtualHubOptions options;
+  options.directory = directory.Path();
+  vhub::VirtualHub hub(options);
+  std::string error;
+  ASSERT_TRUE(hub.Start(&error)) << error;
+  LogCapture capture(3);
+  PelarixHandle handle = nullptr;
+  ASSERT_EQ(Pelarix_CreateSession(&handle), Pelarix_Success);
+  for (int i = 1; i < kThreads * 10; ++i)
+    ASSERT_EQ(Pelarix_DuplicateHandle(handle), Pelarix_Success);
+  capture.Clear();
+
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 10; ++i) ReleaseHandle(static_cast<HandleHeader *>(handle));
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  int destroyed = 0;
+  for (const auto &[level, text] : capture.Lines()) {
+    if (text.rfind("Destroying inst: ", 0) == 0) ++destroyed;
+  }
+  EXPECT_EQ(destroyed, 1);
+  EXPECT_FALSE(IsValidHandle(handle, kAnyHandle));
+  EXPECT_TRUE(hub.Model().WaitForNoSession(5000));
+}
+
+TEST(LogConcurrencyTest, EveryThreadsLinesArriveWhole) {
+  LogCapture capture(3);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < kRounds; ++i) LogMessage(kLogTraffic, u"thread %d line %04d", t, i);
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  const auto lines = capture.Lines();
+  ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * kRounds));
+  std::vector<int> next(kThreads, 0);
+  for (const auto &[level, text] : lines) {
+    EXPECT_EQ(level, kLogTraffic);
+    int thread = -1;
+    int line = -1;
+    ASSERT_EQ(std::sscanf(text.c_str(), "thread %d line %d", &thread, &line), 2) << text;
+    ASSERT_GE(thread, 0);
+    ASSERT_LT(thread, kThreads);
+    EXPECT_EQ(line, next[thread]++);  // each thread's lines in its own order
+  }
+}
+
+}  // namespace
+}  // namespace pelarix
