@@ -1,5 +1,6 @@
 #include "config/filter_feed.h"
 
+#include "config/blacklist.h"
 #include "frame/log.h"
 
 namespace pelarix {
@@ -19,13 +20,19 @@ uint32_t FilterLogThreshold(int32_t logLevel) {
   }
 }
 
-HDevFilterMgrAgent *FeedFilterManager(const SessionSettings & /*settings*/, int32_t logLevel) {
+HDevFilterMgrAgent *FeedFilterManager(SessionSettings *settings, int32_t logLevel) {
   HDevFilterMgrAgent *manager = ordo::usb::CreateFilterManager();
   if (manager == nullptr) {
     LogMessage(kLogFailure, u"Failed to create filter manager");
     return nullptr;
   }
   ordo::usb::SetFilterManagerLog(manager, LogFilterMessage, FilterLogThreshold(logLevel));
+  // Blacklist entries stand in the exid list ahead of ExcludeVidPid's, whose
+  // letter, coming last, decides the key's sequencing.
+  ApplyBlacklist(settings, manager);
+  for (const SettingString &setting : settings->filterStrings) {
+    if (setting.text != nullptr) ordo::usb::AddFilterString(manager, setting.text, setting.length);
+  }
   return manager;
 }
 

@@ -16,9 +16,10 @@ namespace pelarix {
 uint32_t FilterLogThreshold(int32_t logLevel);
 
 // A new filter manager whose log (process-wide: the session created last
-// owns it) goes to the library's sink at logLevel. Null, with a level 0
+// owns it) goes to the library's sink at logLevel, fed first the blacklist
+// and then the filter strings present, in table order. Null, with a level 0
 // line, if it cannot be made; the session then works without a filter and
-// refuses every device.
-HDevFilterMgrAgent *FeedFilterManager(const SessionSettings &settings, int32_t logLevel);
+// refuses every device. The strings stay in settings.
+HDevFilterMgrAgent *FeedFilterManager(SessionSettings *settings, int32_t logLevel);
 
 }  // namespace pelarix

@@ -112,8 +112,4 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetUniqueItemId(PelarixHandle, ui
   return Pelarix_Failure;
 }
 
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetFilterBlob(PelarixHandle, uint32_t *, void **) {
-  return Pelarix_Failure;
-}
-
 }  // extern "C"

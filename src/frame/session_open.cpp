@@ -78,7 +78,7 @@ PelarixStatus OpenSession(PelarixHandle *pelarixHandle,
   // Neither fails the session: a session without a filter manager works and
   // refuses every device.
   ReadSessionSettings(&session->settings);
-  session->filterManager = FeedFilterManager(session->settings, gLibrary.logLevel);
+  session->filterManager = FeedFilterManager(&session->settings, gLibrary.logLevel);
   *pelarixHandle = session;
   return Pelarix_Success;
 }
