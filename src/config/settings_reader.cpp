@@ -48,20 +48,32 @@ bool QueryDword(RegistryKey key, const char *name, const char16_t *wrongType, ui
   return true;
 }
 
+enum class Presence { kAbsent, kWrongType, kPresent };
+
+// The first look at a value in one key: absent (or no key), present with the
+// expected type and its size, or present with another type, which is logged
+// with wrongType.
+Presence ProbeValue(RegistryKey key, const char *name, uint32_t expectedType,
+                    const char16_t *wrongType, uint32_t *size) {
+  uint32_t type = platform::kRegNone;
+  if (key == nullptr ||
+      platform::RegistryQueryValue(key, name, &type, nullptr, size) != platform::kErrorSuccess) {
+    return Presence::kAbsent;
+  }
+  if (type != expectedType) {
+    LogMessage(kLogFailure, wrongType, name);
+    return Presence::kWrongType;
+  }
+  return Presence::kPresent;
+}
+
 // The string reader's work on one key. True if the value exists there, which
 // ends the search whatever came of it.
 bool ReadStringFrom(RegistryKey key, const char *prefix, const char *name,
                     const KeyMessages &messages, uint32_t *length, char **text) {
-  uint32_t type = platform::kRegNone;
   uint32_t size = 0;
-  if (key == nullptr ||
-      platform::RegistryQueryValue(key, name, &type, nullptr, &size) != platform::kErrorSuccess) {
-    return false;
-  }
-  if (type != platform::kRegSz) {
-    LogMessage(kLogFailure, messages.wrongType, name);
-    return true;
-  }
+  const Presence presence = ProbeValue(key, name, platform::kRegSz, messages.wrongType, &size);
+  if (presence != Presence::kPresent) return presence == Presence::kWrongType;
   *length = size + static_cast<uint32_t>(std::strlen(prefix));
   *text =
       reinterpret_cast<char *>(ReadValueBehindPrefix(key, name, prefix, size, messages.readFailed));
@@ -69,19 +81,13 @@ bool ReadStringFrom(RegistryKey key, const char *prefix, const char *name,
 }
 
 // The binary reader's work on one key. True if the value exists there with
-// at least one byte; an empty value leaves the next key to be asked.
+// at least one byte, or with another type; an empty value leaves the next key
+// to be asked.
 bool ReadBinaryFrom(RegistryKey key, const char *name, const KeyMessages &messages,
                     uint32_t *length, uint8_t **data) {
-  uint32_t type = platform::kRegNone;
   uint32_t size = 0;
-  if (key == nullptr ||
-      platform::RegistryQueryValue(key, name, &type, nullptr, &size) != platform::kErrorSuccess) {
-    return false;
-  }
-  if (type != platform::kRegBinary) {
-    LogMessage(kLogFailure, messages.wrongType, name);
-    return true;
-  }
+  const Presence presence = ProbeValue(key, name, platform::kRegBinary, messages.wrongType, &size);
+  if (presence != Presence::kPresent) return presence == Presence::kWrongType;
   if (size == 0) return false;
   *length = size;
   *data = ReadValueBehindPrefix(key, name, "", size, messages.readFailed);

@@ -9,9 +9,7 @@
 #include "config/blacklist.h"
 #include "filter/dev_filter_mgr_agent.h"
 #include "frame/session.h"
-#include "hub_directory.h"
-#include "registry_fixture.h"
-#include "virtual_hub.h"
+#include "hub_session_fixture.h"
 
 namespace pelarix {
 namespace {
@@ -218,16 +216,8 @@ TEST_F(FilterFeedTest, BlobOfExcludeAllDevicesIsTakenWithoutSequencing) {
 
 // --- Pelarix_GetFilterBlob on sessions of the virtual hub ----------------
 
-class FilterBlobExportTest : public testing::RegistryTest {
+class FilterBlobExportTest : public testing::HubSessionTest {
  protected:
-  void SetUp() override {
-    RegistryTest::SetUp();
-    vhub::VirtualHubOptions options;
-    options.directory = directory_.Path();
-    hub_ = std::make_unique<vhub::VirtualHub>(options);
-    std::string error;
-    ASSERT_TRUE(hub_->Start(&error)) << error;
-  }
   PelarixHandle Open(const std::string &generalValues) {
     WriteRegistry(std::string("[") + testing::kGeneral + "]\r\n" + generalValues);
     PelarixHandle handle = nullptr;
@@ -240,9 +230,6 @@ class FilterBlobExportTest : public testing::RegistryTest {
                    std::to_string(static_cast<int32_t>(reinterpret_cast<uintptr_t>(handle))) +
                    ", status: 0x" + std::to_string(status)};
   }
-
-  vhub::ScopedHubDirectory directory_;
-  std::unique_ptr<vhub::VirtualHub> hub_;
 };
 
 TEST_F(FilterBlobExportTest, NoFilterGivesNoBuffer) {

@@ -6,10 +6,8 @@
 #include "config/filter_feed.h"
 #include "frame/log.h"
 #include "frame/session.h"
-#include "hub_directory.h"
+#include "hub_session_fixture.h"
 #include "ordo/usb/filter_log.h"
-#include "registry_fixture.h"
-#include "virtual_hub.h"
 
 namespace pelarix {
 namespace {
@@ -21,30 +19,14 @@ using ::testing::Not;
 constexpr uint8_t kDeviceDesc[18] = {0x12, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00, 0x40, 0x81,
                                      0x07, 0x67, 0x55, 0x00, 0x01, 0x01, 0x02, 0x03, 0x01};
 
-class SessionHubTest : public testing::RegistryTest {
+class SessionHubTest : public testing::HubSessionTest {
  protected:
-  void SetUp() override {
-    RegistryTest::SetUp();
-    vhub::VirtualHubOptions options;
-    options.directory = directory_.Path();
-    hub_ = std::make_unique<vhub::VirtualHub>(options);
-    std::string error;
-    ASSERT_TRUE(hub_->Start(&error)) << error;
-  }
-  void TearDown() override {
-    hub_.reset();
-    RegistryTest::TearDown();
-  }
-
   // A session opened on the hub, or a failed test.
   PelarixSession *Open() {
     PelarixHandle handle = nullptr;
     EXPECT_EQ(Pelarix_CreateSession(&handle), Pelarix_Success);
     return static_cast<PelarixSession *>(handle);
   }
-
-  vhub::ScopedHubDirectory directory_;
-  std::unique_ptr<vhub::VirtualHub> hub_;
 };
 
 constexpr const char *kGeneralSection =
