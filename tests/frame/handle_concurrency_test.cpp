@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,16 +24,28 @@ using testing::LogCapture;
 constexpr int kThreads = 4;
 constexpr int kRounds = 500;
 
-TEST(HandleConcurrencyTest, DuplicatesAndClosesBalance) {
-  vhub::ScopedHubDirectory directory;
-  vhub::VirtualHubOptions options;
-  options.directory = directory.Path();
-  vhub::VirtualHub hub(options);
-  std::string error;
-  ASSERT_TRUE(hub.Start(&error)) << error;
-  LogCapture capture(0);
-  PelarixHandle handle = nullptr;
-  ASSERT_EQ(Pelarix_CreateSession(&handle), Pelarix_Success);
+// A session on a virtual hub of its own.
+class HandleConcurrencyTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    options_.directory = directory_.Path();
+    hub_ = std::make_unique<vhub::VirtualHub>(options_);
+    std::string error;
+    ASSERT_TRUE(hub_->Start(&error)) << error;
+    ASSERT_EQ(Pelarix_CreateSession(&handle_), Pelarix_Success);
+  }
+
+  vhub::ScopedHubDirectory directory_;
+  vhub::VirtualHubOptions options_;
+  std::unique_ptr<vhub::VirtualHub> hub_;
+  LogCapture capture_{3};
+  PelarixHandle handle_ = nullptr;
+};
+
+TEST_F(HandleConcurrencyTest, DuplicatesAndClosesBalance) {
+  PelarixHandle handle = handle_;
+  gLibrary.logLevel = 0;
+  capture_.Clear();
 
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;
@@ -47,25 +60,17 @@ TEST(HandleConcurrencyTest, DuplicatesAndClosesBalance) {
   for (std::thread &thread : threads) thread.join();
   EXPECT_EQ(failures.load(), 0);
   EXPECT_EQ(ReadRefCount(static_cast<HandleHeader *>(handle)), 1);
-  EXPECT_TRUE(capture.Lines().empty());
+  EXPECT_TRUE(capture_.Lines().empty());
   EXPECT_EQ(Pelarix_CloseHandle(handle), Pelarix_Success);
   EXPECT_FALSE(IsValidHandle(handle, kAnyHandle));
-  EXPECT_TRUE(hub.Model().WaitForNoSession(5000));
+  EXPECT_TRUE(hub_->Model().WaitForNoSession(5000));
 }
 
-TEST(HandleConcurrencyTest, LastOfManyReleasesDestroysOnce) {
-  vhub::ScopedHubDirectory directory;
-  vhub::VirtualHubOptions options;
-  options.directory = directory.Path();
-  vhub::VirtualHub hub(options);
-  std::string error;
-  ASSERT_TRUE(hub.Start(&error)) << error;
-  LogCapture capture(3);
-  PelarixHandle handle = nullptr;
-  ASSERT_EQ(Pelarix_CreateSession(&handle), Pelarix_Success);
+TEST_F(HandleConcurrencyTest, LastOfManyReleasesDestroysOnce) {
+  PelarixHandle handle = handle_;
   for (int i = 1; i < kThreads * 10; ++i)
     ASSERT_EQ(Pelarix_DuplicateHandle(handle), Pelarix_Success);
-  capture.Clear();
+  capture_.Clear();
 
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
@@ -75,12 +80,12 @@ TEST(HandleConcurrencyTest, LastOfManyReleasesDestroysOnce) {
   }
   for (std::thread &thread : threads) thread.join();
   int destroyed = 0;
-  for (const auto &[level, text] : capture.Lines()) {
+  for (const auto &[level, text] : capture_.Lines()) {
     if (text.rfind("Destroying inst: ", 0) == 0) ++destroyed;
   }
   EXPECT_EQ(destroyed, 1);
   EXPECT_FALSE(IsValidHandle(handle, kAnyHandle));
-  EXPECT_TRUE(hub.Model().WaitForNoSession(5000));
+  EXPECT_TRUE(hub_->Model().WaitForNoSession(5000));
 }
 
 TEST(LogConcurrencyTest, EveryThreadsLinesArriveWhole) {

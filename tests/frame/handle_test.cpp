@@ -13,8 +13,8 @@ namespace {
 
 using testing::LogCapture;
 using testing::LogLine;
+using testing::LogLines;
 using testing::PointerText;
-using LogLines = std::vector<LogLine>;
 
 HandleHeader MakeHeader(uint32_t kind, int32_t refCount) {
   HandleHeader header{};

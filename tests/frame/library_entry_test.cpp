@@ -14,7 +14,7 @@ namespace {
 
 using testing::LogCapture;
 using testing::LogLine;
-using LogLines = std::vector<LogLine>;
+using testing::LogLines;
 
 const std::string kStartupLine = "Tessarin Orlan Virtual USB Hub API initialized, version: " +
                                  std::string(PELARIX_PROJECT_VERSION) + ", release: unknown";

@@ -16,6 +16,7 @@ namespace pelarix::testing {
 
 // One delivered line: its level and its text, non-ASCII units as \uXXXX.
 using LogLine = std::pair<uint32_t, std::string>;
+using LogLines = std::vector<LogLine>;
 
 std::string Printable(const std::u16string &text);
 

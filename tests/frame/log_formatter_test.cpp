@@ -15,25 +15,31 @@ namespace {
 
 using testing::Printable;
 
+// Formats into a buffer of capacity characters and checks that the length
+// returned is where the NUL stands.
+template <typename Char>
+std::basic_string<Char> FormatArgs(int capacity, const Char *format, va_list args) {
+  Char text[600];
+  const int length = FormatLogText(text, capacity, format, args);
+  EXPECT_EQ(std::char_traits<Char>::length(text), static_cast<size_t>(length));
+  return text;
+}
+
 std::string FormatWithCapacity(int capacity, const char16_t *format, ...) {
-  char16_t text[600];
   va_list args;
   va_start(args, format);
-  const int length = FormatLogText(text, capacity, format, args);
+  const std::u16string text = FormatArgs(capacity, format, args);
   va_end(args);
-  EXPECT_EQ(std::char_traits<char16_t>::length(text), static_cast<size_t>(length));
   return Printable(text);
 }
 
 #define WIDE(...) FormatWithCapacity(252, __VA_ARGS__)
 
 std::string Narrow(int capacity, const char *format, ...) {
-  char text[600];
   va_list args;
   va_start(args, format);
-  const int length = FormatLogText(text, capacity, format, args);
+  std::string text = FormatArgs(capacity, format, args);
   va_end(args);
-  EXPECT_EQ(std::char_traits<char>::length(text), static_cast<size_t>(length));
   return text;
 }
 

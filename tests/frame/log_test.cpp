@@ -12,7 +12,7 @@ namespace {
 
 using testing::LogCapture;
 using testing::LogLine;
-using LogLines = std::vector<LogLine>;
+using testing::LogLines;
 
 // Hands a narrow message to LogFilterMessage as the filter engine does.
 void FilterLog(uint32_t level, const char *format, ...) {

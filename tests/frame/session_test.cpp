@@ -27,8 +27,8 @@ namespace {
 
 using testing::LogCapture;
 using testing::LogLine;
+using testing::LogLines;
 using testing::PointerText;
-using LogLines = std::vector<LogLine>;
 
 constexpr uint32_t kWaitMs = 5000;
 const std::string kNull = "0000000000000000";
