@@ -88,6 +88,25 @@ TEST_F(HandleConcurrencyTest, LastOfManyReleasesDestroysOnce) {
   EXPECT_TRUE(hub_->Model().WaitForNoSession(5000));
 }
 
+TEST(InitConcurrencyTest, OneOfManyInitCallsSucceeds) {
+  testing::ResetLibraryState();
+  std::atomic<int> successes{0};
+  std::atomic<int> refusals{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads * 2; ++t) {
+    threads.emplace_back([&] {
+      const PelarixStatus status = Pelarix_InitEx(2, nullptr, 2, 0);
+      if (status == Pelarix_Success) ++successes;
+      if (status == Pelarix_InvalidState) ++refusals;
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(successes.load(), 1);
+  EXPECT_EQ(refusals.load(), kThreads * 2 - 1);
+  EXPECT_EQ(gLibrary.initCount.load(), 1);
+  testing::ResetLibraryState();
+}
+
 TEST(LogConcurrencyTest, EveryThreadsLinesArriveWhole) {
   LogCapture capture(3);
   std::vector<std::thread> threads;
