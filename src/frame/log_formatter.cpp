@@ -36,7 +36,7 @@ enum class LengthModifier {
   kWide
 };
 
-struct ConversionSpec {
+struct Directive {
   bool leftAlign = false;
   bool plusSign = false;
   bool spaceSign = false;
@@ -107,14 +107,15 @@ class LogFormatter {
 
   // One conversion starting at '%'. Returns where the format goes on.
   const Char *Convert(const Char *percent) {
-    ConversionSpec spec;
-    const Char *cursor = ParseFlags(percent + 1, &spec);
-    cursor = ParseWidth(cursor, &spec);
-    cursor = ParsePrecision(cursor, &spec);
-    cursor = ParseLength(cursor, &spec);
+    Directive directive;
+    const Char *cursor = ParseFlags(percent + 1, &directive);
+    cursor = ParseWidth(cursor, &directive);
+    cursor = ParsePrecision(cursor, &directive);
+    cursor = ParseLength(cursor, &directive);
     const Char conversion = *cursor;
     if (conversion == 0) return cursor;  // a lone '%' at the end prints nothing
-    const bool known = conversion <= 0x7F && EmitConversion(static_cast<char>(conversion), spec);
+    const bool known =
+        conversion <= 0x7F && EmitConversion(static_cast<char>(conversion), directive);
     if (!known) {
       // Unknown conversions (and %n, which would write through an argument)
       // are copied as they stand and consume no argument.
@@ -123,23 +124,23 @@ class LogFormatter {
     return cursor + 1;
   }
 
-  const Char *ParseFlags(const Char *cursor, ConversionSpec *spec) {
+  const Char *ParseFlags(const Char *cursor, Directive *directive) {
     for (;; ++cursor) {
       switch (*cursor) {
         case '-':
-          spec->leftAlign = true;
+          directive->leftAlign = true;
           break;
         case '+':
-          spec->plusSign = true;
+          directive->plusSign = true;
           break;
         case ' ':
-          spec->spaceSign = true;
+          directive->spaceSign = true;
           break;
         case '#':
-          spec->alternate = true;
+          directive->alternate = true;
           break;
         case '0':
-          spec->leadZero = true;
+          directive->leadZero = true;
           break;
         default:
           return cursor;
@@ -159,68 +160,68 @@ class LogFormatter {
 
   static int ClampField(int value) { return value > kFieldLimit ? kFieldLimit : value; }
 
-  const Char *ParseWidth(const Char *cursor, ConversionSpec *spec) {
-    if (*cursor != '*') return ParseNumber(cursor, &spec->width);
+  const Char *ParseWidth(const Char *cursor, Directive *directive) {
+    if (*cursor != '*') return ParseNumber(cursor, &directive->width);
     const int width = va_arg(args_, int);
     if (width < 0) {
-      spec->leftAlign = true;
-      spec->width = width < -kFieldLimit ? kFieldLimit : -width;
+      directive->leftAlign = true;
+      directive->width = width < -kFieldLimit ? kFieldLimit : -width;
     } else {
-      spec->width = ClampField(width);
+      directive->width = ClampField(width);
     }
     return cursor + 1;
   }
 
-  const Char *ParsePrecision(const Char *cursor, ConversionSpec *spec) {
+  const Char *ParsePrecision(const Char *cursor, Directive *directive) {
     if (*cursor != '.') return cursor;
     ++cursor;
-    if (*cursor != '*') return ParseNumber(cursor, &spec->precision);
+    if (*cursor != '*') return ParseNumber(cursor, &directive->precision);
     const int precision = va_arg(args_, int);
-    spec->precision = precision < 0 ? -1 : ClampField(precision);
+    directive->precision = precision < 0 ? -1 : ClampField(precision);
     return cursor + 1;
   }
 
-  static const Char *ParseLength(const Char *cursor, ConversionSpec *spec) {
+  static const Char *ParseLength(const Char *cursor, Directive *directive) {
     switch (*cursor) {
       case 'h':
         if (cursor[1] == 'h') {
-          spec->length = LengthModifier::kChar;
+          directive->length = LengthModifier::kChar;
           return cursor + 2;
         }
-        spec->length = LengthModifier::kShort;
+        directive->length = LengthModifier::kShort;
         return cursor + 1;
       case 'l':
         if (cursor[1] == 'l') {
-          spec->length = LengthModifier::kLongLong;
+          directive->length = LengthModifier::kLongLong;
           return cursor + 2;
         }
-        spec->length = LengthModifier::kLong;
+        directive->length = LengthModifier::kLong;
         return cursor + 1;
       case 'L':
-        spec->length = LengthModifier::kLongDouble;
+        directive->length = LengthModifier::kLongDouble;
         return cursor + 1;
       case 'j':
-        spec->length = LengthModifier::kIntMax;
+        directive->length = LengthModifier::kIntMax;
         return cursor + 1;
       case 'z':
-        spec->length = LengthModifier::kSize;
+        directive->length = LengthModifier::kSize;
         return cursor + 1;
       case 't':
-        spec->length = LengthModifier::kPtrDiff;
+        directive->length = LengthModifier::kPtrDiff;
         return cursor + 1;
       case 'w':
-        spec->length = LengthModifier::kWide;
+        directive->length = LengthModifier::kWide;
         return cursor + 1;
       case 'I':
         if (cursor[1] == '6' && cursor[2] == '4') {
-          spec->length = LengthModifier::kLongLong;
+          directive->length = LengthModifier::kLongLong;
           return cursor + 3;
         }
         if (cursor[1] == '3' && cursor[2] == '2') {
-          spec->length = LengthModifier::kInt32;
+          directive->length = LengthModifier::kInt32;
           return cursor + 3;
         }
-        spec->length = LengthModifier::kPtrDiff;
+        directive->length = LengthModifier::kPtrDiff;
         return cursor + 1;
       default:
         return cursor;
@@ -228,28 +229,28 @@ class LogFormatter {
   }
 
   // Emits one known conversion; false for one that is not known.
-  bool EmitConversion(char conversion, const ConversionSpec &spec) {
+  bool EmitConversion(char conversion, const Directive &directive) {
     switch (conversion) {
       case 'd':
       case 'i':
-        EmitSigned(spec);
+        EmitSigned(directive);
         return true;
       case 'u':
       case 'o':
       case 'x':
       case 'X':
-        EmitUnsigned(spec, conversion);
+        EmitUnsigned(directive, conversion);
         return true;
       case 'c':
       case 'C':
-        EmitCharacter(spec, IsWideArgument(spec, conversion == 'C'));
+        EmitCharacter(directive, IsWideArgument(directive, conversion == 'C'));
         return true;
       case 's':
       case 'S':
-        EmitString(spec, IsWideArgument(spec, conversion == 'S'));
+        EmitString(directive, IsWideArgument(directive, conversion == 'S'));
         return true;
       case 'p':
-        EmitPointer(spec);
+        EmitPointer(directive);
         return true;
       case 'f':
       case 'F':
@@ -259,7 +260,7 @@ class LogFormatter {
       case 'G':
       case 'a':
       case 'A':
-        EmitFloat(spec, conversion);
+        EmitFloat(directive, conversion);
         return true;
       case '%':
         Put('%');
@@ -272,9 +273,10 @@ class LogFormatter {
   // The runtime's rule: h is narrow and l or w wide whatever the function;
   // otherwise the lower-case letter has the message's width and the
   // upper-case one the other.
-  static bool IsWideArgument(const ConversionSpec &spec, bool upperCase) {
-    if (spec.length == LengthModifier::kShort) return false;
-    if (spec.length == LengthModifier::kLong || spec.length == LengthModifier::kWide) return true;
+  static bool IsWideArgument(const Directive &directive, bool upperCase) {
+    if (directive.length == LengthModifier::kShort) return false;
+    if (directive.length == LengthModifier::kLong || directive.length == LengthModifier::kWide)
+      return true;
     return upperCase ? !kWideOutput : kWideOutput;
   }
 
@@ -318,113 +320,114 @@ class LogFormatter {
     }
   }
 
-  void EmitSigned(const ConversionSpec &spec) {
-    const int64_t value = ReadSigned(spec.length);
+  void EmitSigned(const Directive &directive) {
+    const int64_t value = ReadSigned(directive.length);
     const uint64_t magnitude =
         value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
     char prefix[1];
     int prefixLength = 0;
     if (value < 0) {
       prefix[prefixLength++] = '-';
-    } else if (spec.plusSign) {
+    } else if (directive.plusSign) {
       prefix[prefixLength++] = '+';
-    } else if (spec.spaceSign) {
+    } else if (directive.spaceSign) {
       prefix[prefixLength++] = ' ';
     }
-    EmitDigits(spec, magnitude, 10, false, prefix, prefixLength);
+    EmitDigits(directive, magnitude, 10, false, prefix, prefixLength);
   }
 
-  void EmitUnsigned(const ConversionSpec &spec, char conversion) {
-    const uint64_t value = ReadUnsigned(spec.length);
+  void EmitUnsigned(const Directive &directive, char conversion) {
+    const uint64_t value = ReadUnsigned(directive.length);
     const bool upper = conversion == 'X';
     char prefix[2];
     int prefixLength = 0;
-    if (spec.alternate && value != 0 && (conversion == 'x' || conversion == 'X')) {
+    if (directive.alternate && value != 0 && (conversion == 'x' || conversion == 'X')) {
       prefix[prefixLength++] = '0';
       prefix[prefixLength++] = upper ? 'X' : 'x';
     }
     const unsigned base = conversion == 'o' ? 8 : conversion == 'u' ? 10 : 16;
-    EmitDigits(spec, value, base, upper, prefix, prefixLength);
+    EmitDigits(directive, value, base, upper, prefix, prefixLength);
   }
 
   // Digits of value after the sign or 0x prefix. The precision is the least
   // number of digits, and a precision of 0 prints no digit for 0. A given
   // precision turns the 0 flag off, as in the runtime.
-  void EmitDigits(const ConversionSpec &spec, uint64_t value, unsigned base, bool upper,
+  void EmitDigits(const Directive &directive, uint64_t value, unsigned base, bool upper,
                   const char *prefix, int prefixLength) {
     const char *symbols = upper ? "0123456789ABCDEF" : "0123456789abcdef";
     char reversed[24];
     int count = 0;
-    if (value != 0 || spec.precision != 0) {
+    if (value != 0 || directive.precision != 0) {
       do {
         reversed[count++] = symbols[value % base];
         value /= base;
       } while (value != 0);
     }
-    int zeros = spec.precision > count ? spec.precision - count : 0;
-    if (spec.alternate && base == 8 && zeros == 0 && (count == 0 || reversed[count - 1] != '0')) {
+    int zeros = directive.precision > count ? directive.precision - count : 0;
+    if (directive.alternate && base == 8 && zeros == 0 &&
+        (count == 0 || reversed[count - 1] != '0')) {
       zeros = 1;
     }
     char digits[sizeof(reversed)];
     int length = 0;
     while (count > 0) digits[length++] = reversed[--count];
-    ConversionSpec field = spec;
-    if (spec.precision >= 0) field.leadZero = false;
+    Directive field = directive;
+    if (directive.precision >= 0) field.leadZero = false;
     EmitField(field, prefix, prefixLength, zeros, digits, length);
   }
 
-  void EmitPointer(const ConversionSpec &spec) {
-    ConversionSpec pointer = spec;
+  void EmitPointer(const Directive &directive) {
+    Directive pointer = directive;
     pointer.precision = static_cast<int>(2 * sizeof(void *));
     pointer.alternate = false;
     const auto value = reinterpret_cast<uintptr_t>(va_arg(args_, void *));
     EmitDigits(pointer, value, 16, true, nullptr, 0);
   }
 
-  void EmitCharacter(const ConversionSpec &spec, bool wideArgument) {
+  void EmitCharacter(const Directive &directive, bool wideArgument) {
     const int value = va_arg(args_, int);
     if (wideArgument) {
       const auto unit = static_cast<char16_t>(value);
-      EmitWideText(spec, &unit, 1);
+      EmitWideText(directive, &unit, 1);
     } else {
       const auto unit = static_cast<char>(value);
-      EmitNarrowText(spec, &unit, 1);
+      EmitNarrowText(directive, &unit, 1);
     }
   }
 
-  void EmitString(const ConversionSpec &spec, bool wideArgument) {
-    const int limit = spec.precision >= 0 ? spec.precision : kFieldLimit;
+  void EmitString(const Directive &directive, bool wideArgument) {
+    const int limit = directive.precision >= 0 ? directive.precision : kFieldLimit;
     if (wideArgument) {
       const auto *text = va_arg(args_, const char16_t *);
       if (text == nullptr) text = u"(null)";
-      EmitWideText(spec, text, BoundedLength(text, limit));
+      EmitWideText(directive, text, BoundedLength(text, limit));
     } else {
       const auto *text = va_arg(args_, const char *);
       if (text == nullptr) text = "(null)";
-      EmitNarrowText(spec, text, BoundedLength(text, limit));
+      EmitNarrowText(directive, text, BoundedLength(text, limit));
     }
   }
 
-  void EmitWideText(const ConversionSpec &spec, const char16_t *text, int length) {
-    EmitField(spec, nullptr, 0, 0, text, length);
+  void EmitWideText(const Directive &directive, const char16_t *text, int length) {
+    EmitField(directive, nullptr, 0, 0, text, length);
   }
 
   // A narrow argument of a wide message goes through the system's code page
   // conversion first, from a stack buffer.
-  void EmitNarrowText(const ConversionSpec &spec, const char *text, int length) {
+  void EmitNarrowText(const Directive &directive, const char *text, int length) {
     if constexpr (kWideOutput) {
       char16_t converted[kConvertChars];
       const int bytes = length < kConvertChars - 1 ? length : kConvertChars - 1;
       const int units =
           bytes == 0 ? 0 : platform::AnsiToUtf16(text, bytes, converted, kConvertChars);
-      EmitField(spec, nullptr, 0, 0, converted, units);
+      EmitField(directive, nullptr, 0, 0, converted, units);
     } else {
-      EmitField(spec, nullptr, 0, 0, text, length);
+      EmitField(directive, nullptr, 0, 0, text, length);
     }
   }
 
-  void EmitFloat(const ConversionSpec &spec, char conversion) {
-    const double value = spec.length == LengthModifier::kLongDouble
+  void EmitFloat(const Directive &directive, char conversion) {
+    const double value = directive.length == LengthModifier::kLongDouble
                              ? static_cast<double>(va_arg(args_, long double))
                              : va_arg(args_, double);
     const char lower = static_cast<char>(conversion | 0x20);
@@ -433,9 +436,9 @@ class LogFormatter {
     int prefixLength = 0;
     if (std::signbit(value)) {
       prefix[prefixLength++] = '-';
-    } else if (spec.plusSign) {
+    } else if (directive.plusSign) {
       prefix[prefixLength++] = '+';
-    } else if (spec.spaceSign) {
+    } else if (directive.spaceSign) {
       prefix[prefixLength++] = ' ';
     }
     const double magnitude = std::fabs(value);
@@ -445,13 +448,13 @@ class LogFormatter {
       prefix[prefixLength++] = upper ? 'X' : 'x';
     }
     char digits[kFloatChars];
-    const int length = FloatDigits(magnitude, lower, spec.precision, digits);
+    const int length = FloatDigits(magnitude, lower, directive.precision, digits);
     if (upper) {
       for (int i = 0; i < length; ++i) {
         if (digits[i] >= 'a' && digits[i] <= 'z') digits[i] = static_cast<char>(digits[i] - 0x20);
       }
     }
-    ConversionSpec field = spec;
+    Directive field = directive;
     if (!finite) field.leadZero = false;
     EmitField(field, prefix, prefixLength, 0, digits, length);
   }
@@ -477,16 +480,16 @@ class LogFormatter {
   // 0 flag, zeros from the precision, the body, and spaces behind for a
   // left-aligned field.
   template <typename Unit>
-  void EmitField(const ConversionSpec &spec, const char *prefix, int prefixLength,
+  void EmitField(const Directive &directive, const char *prefix, int prefixLength,
                  int precisionZeros, const Unit *body, int bodyLength) {
     const int used = prefixLength + precisionZeros + bodyLength;
-    const int padding = spec.width > used ? spec.width - used : 0;
-    if (!spec.leftAlign && !spec.leadZero) PutRepeated(' ', padding);
+    const int padding = directive.width > used ? directive.width - used : 0;
+    if (!directive.leftAlign && !directive.leadZero) PutRepeated(' ', padding);
     for (int i = 0; i < prefixLength; ++i) Put(static_cast<Char>(prefix[i]));
-    if (!spec.leftAlign && spec.leadZero) PutRepeated('0', padding);
+    if (!directive.leftAlign && directive.leadZero) PutRepeated('0', padding);
     PutRepeated('0', precisionZeros);
     for (int i = 0; i < bodyLength && !Full(); ++i) PutUnit(body[i]);
-    if (spec.leftAlign) PutRepeated(' ', padding);
+    if (directive.leftAlign) PutRepeated(' ', padding);
   }
 
   Char *text_;
