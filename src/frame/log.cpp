@@ -30,6 +30,14 @@ bool IsLevelDelivered(uint32_t level) {
   return level == kLogFailure || static_cast<int32_t>(level) <= gLibrary.logLevel;
 }
 
+// The sink's character type is wchar_t on Windows and char16_t elsewhere; both
+// hold UTF-16 units, which is what the message is made of.
+static_assert(sizeof(PelarixChar) == sizeof(char16_t));
+
+void Deliver(PelarixLogCallback sink, uint32_t level, const char16_t *text) {
+  sink(level, reinterpret_cast<const PelarixChar *>(text));
+}
+
 }  // namespace
 
 void LogMessage(uint32_t level, const char16_t *format, ...) {
@@ -40,7 +48,7 @@ void LogMessage(uint32_t level, const char16_t *format, ...) {
   va_start(args, format);
   FormatLogText(text, kLogMessageChars, format, args);
   va_end(args);
-  sink(level, text);
+  Deliver(sink, level, text);
 }
 
 void LogFilterMessage(uint32_t level, const char *format, va_list args) {
@@ -54,7 +62,7 @@ void LogFilterMessage(uint32_t level, const char *format, va_list args) {
   const int units =
       bytes == 0 ? 0 : platform::AnsiToUtf16(narrow, bytes, text, kLogMessageChars - 1);
   text[units] = 0;
-  sink(libraryLevel, text);
+  Deliver(sink, libraryLevel, text);
 }
 
 }  // namespace pelarix
