@@ -30,16 +30,24 @@ int32_t AddRefCount(HandleHeader *header, int32_t delta) {
 }
 
 bool IsValidHandle(const void *handle, uint32_t kind) {
-  if (handle == nullptr) return false;
+  if (handle == nullptr) {
+    return false;
+  }
   auto *header = static_cast<HandleHeader *>(const_cast<void *>(handle));
-  if (header->magic != kHandleMagic) return false;
-  if (kind != kAnyHandle && header->kind != kind) return false;
+  if (header->magic != kHandleMagic) {
+    return false;
+  }
+  if (kind != kAnyHandle && header->kind != kind) {
+    return false;
+  }
   return ReadRefCount(header) >= 1;
 }
 
 void ReleaseHandle(HandleHeader *record) {
   LogMessage(kLogTraffic, u"Deref inst: %p, refCount: %d", record, ReadRefCount(record));
-  if (AddRefCount(record, -1) != 0) return;
+  if (AddRefCount(record, -1) != 0) {
+    return;
+  }
   LogMessage(kLogTraffic, u"Destroying inst: %p", record);
   switch (record->kind) {
     case kSessionHandle:

@@ -26,7 +26,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_DuplicateHandle(PelarixHandle han
   int32_t count = 0;
   if (pelarix::IsValidHandle(handle, pelarix::kAnyHandle)) {
     count = pelarix::AddRefCount(static_cast<HandleHeader *>(handle), 1);
-    if (count < 1) status = Pelarix_InvalidState;
+    if (count < 1) {
+      status = Pelarix_InvalidState;
+    }
   } else {
     LogMessage(pelarix::kLogFailure, u"Invalid handle: %p", handle);
     status = Pelarix_InvalidHandle;

@@ -23,7 +23,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_InitEx(uint32_t version,
                                                       PelarixLogCallback logCallback,
                                                       uint32_t logLevel,
                                                       uint32_t lateItemAllocation) {
-  if (version != 1 && version != 2) return Pelarix_UnsupportedVersion;
+  if (version != 1 && version != 2) {
+    return Pelarix_UnsupportedVersion;
+  }
   if (gLibrary.initCount.fetch_add(1) + 1 > 1) {
     gLibrary.initCount.fetch_sub(1);
     return Pelarix_InvalidState;
@@ -31,7 +33,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_InitEx(uint32_t version,
   gLibrary.logCallback = logCallback;
   gLibrary.logLevel = static_cast<int32_t>(logLevel);
   gLibrary.lateItemAllocation = lateItemAllocation;
-  if (logCallback != nullptr) pelarix::WriteStartupLine();
+  if (logCallback != nullptr) {
+    pelarix::WriteStartupLine();
+  }
   return Pelarix_Success;
 }
 

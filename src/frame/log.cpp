@@ -42,7 +42,9 @@ void Deliver(PelarixLogCallback sink, uint32_t level, const char16_t *text) {
 
 void LogMessage(uint32_t level, const char16_t *format, ...) {
   const PelarixLogCallback sink = gLibrary.logCallback;
-  if (sink == nullptr || !IsLevelDelivered(level)) return;
+  if (sink == nullptr || !IsLevelDelivered(level)) {
+    return;
+  }
   char16_t text[kLogMessageChars];
   va_list args;
   va_start(args, format);
@@ -54,7 +56,9 @@ void LogMessage(uint32_t level, const char16_t *format, ...) {
 void LogFilterMessage(uint32_t level, const char *format, va_list args) {
   const PelarixLogCallback sink = gLibrary.logCallback;
   const uint32_t libraryLevel = LibraryLevelOfFilterLevel(level);
-  if (sink == nullptr || !IsLevelDelivered(libraryLevel)) return;
+  if (sink == nullptr || !IsLevelDelivered(libraryLevel)) {
+    return;
+  }
   char narrow[kLogMessageChars];
   const int bytes = FormatLogText(narrow, kLogMessageChars, format, args);
   // At most 251 bytes never need more than 251 UTF-16 units.

@@ -54,7 +54,9 @@ bool IsDigit(int c) {
 template <typename Unit>
 int BoundedLength(const Unit *text, int limit) {
   int length = 0;
-  while (length < limit && text[length] != 0) ++length;
+  while (length < limit && text[length] != 0) {
+    ++length;
+  }
   return length;
 }
 
@@ -87,7 +89,9 @@ class LogFormatter {
   bool Full() const { return length_ >= capacity_ - 1; }
 
   void Put(Char unit) {
-    if (!Full()) text_[length_++] = unit;
+    if (!Full()) {
+      text_[length_++] = unit;
+    }
   }
 
   // Narrow units reach a wide message only as ASCII (digits, fixed words) or
@@ -102,7 +106,9 @@ class LogFormatter {
   }
 
   void PutRepeated(Char unit, int count) {
-    for (; count > 0 && !Full(); --count) Put(unit);
+    for (; count > 0 && !Full(); --count) {
+      Put(unit);
+    }
   }
 
   // One conversion starting at '%'. Returns where the format goes on.
@@ -113,13 +119,17 @@ class LogFormatter {
     cursor = ParsePrecision(cursor, &directive);
     cursor = ParseLength(cursor, &directive);
     const Char conversion = *cursor;
-    if (conversion == 0) return cursor;  // a lone '%' at the end prints nothing
+    if (conversion == 0) {
+      return cursor;  // a lone '%' at the end prints nothing
+    }
     const bool known =
         conversion <= 0x7F && EmitConversion(static_cast<char>(conversion), directive);
     if (!known) {
       // Unknown conversions (and %n, which would write through an argument)
       // are copied as they stand and consume no argument.
-      for (const Char *echo = percent; echo <= cursor; ++echo) Put(*echo);
+      for (const Char *echo = percent; echo <= cursor; ++echo) {
+        Put(*echo);
+      }
     }
     return cursor + 1;
   }
@@ -152,7 +162,9 @@ class LogFormatter {
     int number = 0;
     for (; IsDigit(*cursor); ++cursor) {
       number = number * 10 + (*cursor - '0');
-      if (number > kFieldLimit) number = kFieldLimit;
+      if (number > kFieldLimit) {
+        number = kFieldLimit;
+      }
     }
     *value = number;
     return cursor;
@@ -161,7 +173,9 @@ class LogFormatter {
   static int ClampField(int value) { return value > kFieldLimit ? kFieldLimit : value; }
 
   const Char *ParseWidth(const Char *cursor, Directive *directive) {
-    if (*cursor != '*') return ParseNumber(cursor, &directive->width);
+    if (*cursor != '*') {
+      return ParseNumber(cursor, &directive->width);
+    }
     const int width = va_arg(args_, int);
     if (width < 0) {
       directive->leftAlign = true;
@@ -173,9 +187,13 @@ class LogFormatter {
   }
 
   const Char *ParsePrecision(const Char *cursor, Directive *directive) {
-    if (*cursor != '.') return cursor;
+    if (*cursor != '.') {
+      return cursor;
+    }
     ++cursor;
-    if (*cursor != '*') return ParseNumber(cursor, &directive->precision);
+    if (*cursor != '*') {
+      return ParseNumber(cursor, &directive->precision);
+    }
     const int precision = va_arg(args_, int);
     directive->precision = precision < 0 ? -1 : ClampField(precision);
     return cursor + 1;
@@ -274,9 +292,12 @@ class LogFormatter {
   // otherwise the lower-case letter has the message's width and the
   // upper-case one the other.
   static bool IsWideArgument(const Directive &directive, bool upperCase) {
-    if (directive.length == LengthModifier::kShort) return false;
-    if (directive.length == LengthModifier::kLong || directive.length == LengthModifier::kWide)
+    if (directive.length == LengthModifier::kShort) {
+      return false;
+    }
+    if (directive.length == LengthModifier::kLong || directive.length == LengthModifier::kWide) {
       return true;
+    }
     return upperCase ? !kWideOutput : kWideOutput;
   }
 
@@ -370,9 +391,13 @@ class LogFormatter {
     }
     char digits[sizeof(reversed)];
     int length = 0;
-    while (count > 0) digits[length++] = reversed[--count];
+    while (count > 0) {
+      digits[length++] = reversed[--count];
+    }
     Directive field = directive;
-    if (directive.precision >= 0) field.leadZero = false;
+    if (directive.precision >= 0) {
+      field.leadZero = false;
+    }
     EmitField(field, prefix, prefixLength, zeros, digits, length);
   }
 
@@ -399,11 +424,15 @@ class LogFormatter {
     const int limit = directive.precision >= 0 ? directive.precision : kFieldLimit;
     if (wideArgument) {
       const auto *text = va_arg(args_, const char16_t *);
-      if (text == nullptr) text = u"(null)";
+      if (text == nullptr) {
+        text = u"(null)";
+      }
       EmitWideText(directive, text, BoundedLength(text, limit));
     } else {
       const auto *text = va_arg(args_, const char *);
-      if (text == nullptr) text = "(null)";
+      if (text == nullptr) {
+        text = "(null)";
+      }
       EmitNarrowText(directive, text, BoundedLength(text, limit));
     }
   }
@@ -451,18 +480,24 @@ class LogFormatter {
     const int length = FloatDigits(magnitude, lower, directive.precision, digits);
     if (upper) {
       for (int i = 0; i < length; ++i) {
-        if (digits[i] >= 'a' && digits[i] <= 'z') digits[i] = static_cast<char>(digits[i] - 0x20);
+        if (digits[i] >= 'a' && digits[i] <= 'z') {
+          digits[i] = static_cast<char>(digits[i] - 0x20);
+        }
       }
     }
     Directive field = directive;
-    if (!finite) field.leadZero = false;
+    if (!finite) {
+      field.leadZero = false;
+    }
     EmitField(field, prefix, prefixLength, 0, digits, length);
   }
 
   static int FloatDigits(double magnitude, char lower, int precision, char *digits) {
     std::to_chars_result result{};
     char *const end = digits + kFloatChars;
-    if (precision > kFloatPrecisionLimit) precision = kFloatPrecisionLimit;
+    if (precision > kFloatPrecisionLimit) {
+      precision = kFloatPrecisionLimit;
+    }
     if (lower == 'a') {
       result = precision < 0
                    ? std::to_chars(digits, end, magnitude, std::chars_format::hex)
@@ -484,12 +519,22 @@ class LogFormatter {
                  int precisionZeros, const Unit *body, int bodyLength) {
     const int used = prefixLength + precisionZeros + bodyLength;
     const int padding = directive.width > used ? directive.width - used : 0;
-    if (!directive.leftAlign && !directive.leadZero) PutRepeated(' ', padding);
-    for (int i = 0; i < prefixLength; ++i) Put(static_cast<Char>(prefix[i]));
-    if (!directive.leftAlign && directive.leadZero) PutRepeated('0', padding);
+    if (!directive.leftAlign && !directive.leadZero) {
+      PutRepeated(' ', padding);
+    }
+    for (int i = 0; i < prefixLength; ++i) {
+      Put(static_cast<Char>(prefix[i]));
+    }
+    if (!directive.leftAlign && directive.leadZero) {
+      PutRepeated('0', padding);
+    }
     PutRepeated('0', precisionZeros);
-    for (int i = 0; i < bodyLength && !Full(); ++i) PutUnit(body[i]);
-    if (directive.leftAlign) PutRepeated(' ', padding);
+    for (int i = 0; i < bodyLength && !Full(); ++i) {
+      PutUnit(body[i]);
+    }
+    if (directive.leftAlign) {
+      PutRepeated(' ', padding);
+    }
   }
 
   Char *text_;

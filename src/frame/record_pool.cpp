@@ -39,7 +39,9 @@ void *AllocateRecord(HandleKind kind, size_t size) {
 }
 
 void FreeRecord(HandleKind kind, void *record, size_t size) {
-  if (record == nullptr) return;
+  if (record == nullptr) {
+    return;
+  }
   std::memset(record, 0, size);
   auto *header = static_cast<HandleHeader *>(record);
   FreeList &list = FreeListOf(kind);

@@ -10,14 +10,24 @@ void DestroySession(PelarixSession *session) {
   platform::EnterLock(&session->deviceListLock);
   const bool devicesLeft = session->devices != nullptr;
   platform::LeaveLock(&session->deviceListLock);
-  if (devicesLeft) return;  // the last device to go takes the session with it
+  if (devicesLeft) {
+    return;  // the last device to go takes the session with it
+  }
 
-  if (session->cancelEvent != nullptr) platform::CloseEvent(session->cancelEvent);
-  if (session->hubHandle != nullptr) platform::HubClose(session->hubHandle);
-  if (session->hubNotificationEvent != nullptr) platform::CloseEvent(session->hubNotificationEvent);
+  if (session->cancelEvent != nullptr) {
+    platform::CloseEvent(session->cancelEvent);
+  }
+  if (session->hubHandle != nullptr) {
+    platform::HubClose(session->hubHandle);
+  }
+  if (session->hubNotificationEvent != nullptr) {
+    platform::CloseEvent(session->hubNotificationEvent);
+  }
   platform::DeleteLock(&session->deviceListLock);
   platform::DeleteLock(&session->hubItemLock);
-  if (session->deferredPluginEvent != nullptr) platform::CloseEvent(session->deferredPluginEvent);
+  if (session->deferredPluginEvent != nullptr) {
+    platform::CloseEvent(session->deferredPluginEvent);
+  }
   FreeSessionSettings(&session->settings);
   ordo::usb::DestroyFilterManager(session->filterManager);
   FreeRecord(kSessionHandle, session, sizeof(PelarixSession));

@@ -19,7 +19,9 @@ constexpr uint32_t kRequiredHubVersion = 0x00020000;
 // Creates the events and opens the hub, in this order. Returns the status;
 // what was made stays in the record for DestroySession.
 PelarixStatus OpenSessionChannel(PelarixSession *session) {
-  if (platform::CreateEvent(false, &session->cancelEvent) != 0) return Pelarix_Failure;
+  if (platform::CreateEvent(false, &session->cancelEvent) != 0) {
+    return Pelarix_Failure;
+  }
   if (platform::CreateEvent(true, &session->hubNotificationEvent) != 0) {
     LogMessage(kLogFailure, u"Failed to create hub notification event");
     return Pelarix_Failure;
@@ -57,7 +59,9 @@ PelarixStatus OpenSessionChannel(PelarixSession *session) {
 PelarixSession *NewSessionRecord() {
   auto *session =
       static_cast<PelarixSession *>(AllocateRecord(kSessionHandle, sizeof(PelarixSession)));
-  if (session == nullptr) return nullptr;
+  if (session == nullptr) {
+    return nullptr;
+  }
   InitHandleHeader(&session->header, kSessionHandle, nullptr);
   platform::InitLock(&session->deviceListLock);
   platform::InitLock(&session->hubItemLock);
@@ -67,7 +71,9 @@ PelarixSession *NewSessionRecord() {
 PelarixStatus OpenSession(PelarixHandle *pelarixHandle,
                           PelarixItemBufferCallback itemBufferCallback, void *itemBufferContext) {
   PelarixSession *session = NewSessionRecord();
-  if (session == nullptr) return Pelarix_OutOfMemory;
+  if (session == nullptr) {
+    return Pelarix_OutOfMemory;
+  }
   const PelarixStatus status = OpenSessionChannel(session);
   if (status != Pelarix_Success) {
     DestroySession(session);

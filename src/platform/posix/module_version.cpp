@@ -40,13 +40,17 @@ constexpr VersionValue kValues[] = {
 
 uint16_t KeyChars(const char16_t *key) {
   uint16_t length = 0;
-  while (key[length] != 0) ++length;
+  while (key[length] != 0) {
+    ++length;
+  }
   return static_cast<uint16_t>(length + 1);
 }
 
 uint32_t BlockChars() {
   uint32_t chars = 2;  // the closing pair of lengths
-  for (const VersionValue &entry : kValues) chars += 2 + KeyChars(entry.key) + entry.valueChars;
+  for (const VersionValue &entry : kValues) {
+    chars += 2 + KeyChars(entry.key) + entry.valueChars;
+  }
   return chars;
 }
 
@@ -56,8 +60,12 @@ char16_t AsciiLower(char16_t unit) {
 
 bool SameKey(const char16_t *left, const char16_t *right) {
   for (;; ++left, ++right) {
-    if (AsciiLower(*left) != AsciiLower(*right)) return false;
-    if (*left == 0) return true;
+    if (AsciiLower(*left) != AsciiLower(*right)) {
+      return false;
+    }
+    if (*left == 0) {
+      return true;
+    }
   }
 }
 
@@ -69,7 +77,9 @@ uint32_t GetModuleVersionBlock(void *buffer, uint32_t *size) {
     *size = bytes;
     return kErrorSuccess;
   }
-  if (*size < bytes) return kErrorInsufficientBuffer;
+  if (*size < bytes) {
+    return kErrorInsufficientBuffer;
+  }
   auto *out = static_cast<char16_t *>(buffer);
   for (const VersionValue &entry : kValues) {
     const uint16_t keyChars = KeyChars(entry.key);
@@ -89,7 +99,9 @@ bool QueryModuleVersionValue(const void *block, const char16_t *subBlock, const 
                              uint32_t *length) {
   *value = nullptr;
   *length = 0;
-  if (block == nullptr || subBlock == nullptr) return false;
+  if (block == nullptr || subBlock == nullptr) {
+    return false;
+  }
   const auto *cursor = static_cast<const char16_t *>(block);
   while (cursor[0] != 0) {
     const uint16_t keyChars = cursor[0];

@@ -17,10 +17,14 @@ void ParseVersion(const char *text, uint32_t *major, uint32_t *minor) {
   for (uint32_t &number : numbers) {
     while (*text >= '0' && *text <= '9') {
       number = number * 10 + static_cast<uint32_t>(*text - '0');
-      if (number > 0xFFFF) number = 0xFFFF;
+      if (number > 0xFFFF) {
+        number = 0xFFFF;
+      }
       ++text;
     }
-    if (*text != '.') break;
+    if (*text != '.') {
+      break;
+    }
     ++text;
   }
   *major = numbers[0];

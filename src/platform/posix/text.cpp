@@ -24,17 +24,27 @@ struct Decoded {
 bool SecondByteFits(uint8_t lead, uint8_t second) {
   uint8_t low = 0x80;
   uint8_t high = 0xBF;
-  if (lead == 0xE0) low = 0xA0;
-  if (lead == 0xED) high = 0x9F;
-  if (lead == 0xF0) low = 0x90;
-  if (lead == 0xF4) high = 0x8F;
+  if (lead == 0xE0) {
+    low = 0xA0;
+  }
+  if (lead == 0xED) {
+    high = 0x9F;
+  }
+  if (lead == 0xF0) {
+    low = 0x90;
+  }
+  if (lead == 0xF4) {
+    high = 0x8F;
+  }
   return second >= low && second <= high;
 }
 
 // Decodes one code point from at most available bytes.
 Decoded DecodeOne(const uint8_t *bytes, int32_t available) {
   const uint8_t lead = bytes[0];
-  if (lead < 0x80) return {lead, 1};
+  if (lead < 0x80) {
+    return {lead, 1};
+  }
   int32_t length = 0;
   char32_t value = 0;
   if (lead >= 0xC2 && lead <= 0xDF) {
@@ -52,7 +62,9 @@ Decoded DecodeOne(const uint8_t *bytes, int32_t available) {
   for (int32_t i = 1; i < length; ++i) {
     const bool fits =
         i < available && (i == 1 ? SecondByteFits(lead, bytes[1]) : (bytes[i] & 0xC0) == 0x80);
-    if (!fits) return {kReplacement, i};
+    if (!fits) {
+      return {kReplacement, i};
+    }
     value = (value << 6) | (bytes[i] & 0x3F);
   }
   return {value, length};
@@ -61,13 +73,19 @@ Decoded DecodeOne(const uint8_t *bytes, int32_t available) {
 }  // namespace
 
 int32_t AnsiToUtf16(const char *input, int32_t inputLength, char16_t *output, int32_t outputChars) {
-  if (input == nullptr || inputLength == 0 || inputLength < -1 || outputChars < 0) return 0;
-  if (outputChars > 0 && output == nullptr) return 0;
+  if (input == nullptr || inputLength == 0 || inputLength < -1 || outputChars < 0) {
+    return 0;
+  }
+  if (outputChars > 0 && output == nullptr) {
+    return 0;
+  }
   const auto *bytes = reinterpret_cast<const uint8_t *>(input);
   int32_t length = inputLength;
   if (length == -1) {
     length = 0;
-    while (bytes[length] != 0) ++length;
+    while (bytes[length] != 0) {
+      ++length;
+    }
     ++length;  // the NUL is converted too
   }
   int32_t written = 0;
@@ -76,7 +94,9 @@ int32_t AnsiToUtf16(const char *input, int32_t inputLength, char16_t *output, in
     at += decoded.bytes;
     const int32_t units = decoded.codePoint > 0xFFFF ? 2 : 1;
     if (outputChars > 0) {
-      if (written + units > outputChars) return 0;
+      if (written + units > outputChars) {
+        return 0;
+      }
       if (units == 2) {
         const char32_t offset = decoded.codePoint - 0x10000;
         output[written] = static_cast<char16_t>(0xD800 + (offset >> 10));
