@@ -2,9 +2,7 @@
 // with its status word, and control requests over the real socket transport,
 // against the virtual hub and against hand-made hubs that misbehave.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +14,7 @@
 #include "hub/hub_control_codes.h"
 #include "hub_directory.h"
 #include "platform/platform.h"
+#include "raw_hub.h"
 #include "virtual_hub.h"
 
 namespace pelarix::platform {
@@ -284,65 +283,17 @@ TEST_F(HubDeviceTest, HubThatWentAwayIsDeviceNotConnected) {
   HubClose(connection);
 }
 
-// A hand-made hub that answers each request with the given bytes (or hangs
-// up), to show what the library makes of answers the protocol rules out.
-class RawHub {
- public:
-  RawHub(const std::string &path, std::vector<uint8_t> answer, std::vector<uint8_t> openStatus)
-      : answer_(std::move(answer)), openStatus_(std::move(openStatus)) {
-    listen_ = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.c_str(), path.size());
-    EXPECT_EQ(bind(listen_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    EXPECT_EQ(listen(listen_, 1), 0);
-    thread_ = std::thread([this] { Serve(); });
-  }
-  ~RawHub() {
-    thread_.join();
-    close(listen_);
-  }
-
- private:
-  void Serve() {
-    int session = accept(listen_, nullptr, nullptr);
-    if (session < 0) return;
-    if (openStatus_.empty()) {
-      close(session);
-      return;
-    }
-    [[maybe_unused]] ssize_t sent = send(session, openStatus_.data(), openStatus_.size(), 0);
-    uint8_t frame[64];
-    alignas(cmsghdr) uint8_t control[CMSG_SPACE(2 * sizeof(int))];
-    iovec part{frame, sizeof frame};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    if (recvmsg(session, &message, 0) > 0 && CMSG_FIRSTHDR(&message) != nullptr) {
-      int reply;
-      std::memcpy(&reply, CMSG_DATA(CMSG_FIRSTHDR(&message)), sizeof reply);
-      sent = send(reply, answer_.data(), answer_.size(), MSG_NOSIGNAL);
-      close(reply);
-    }
-    close(session);
-  }
-
-  std::vector<uint8_t> answer_;
-  std::vector<uint8_t> openStatus_;
-  int listen_ = -1;
-  std::thread thread_;
-};
-
 HubControlResult AskRawHub(const std::string &path, std::vector<uint8_t> answer, uint32_t *bytes,
                            uint8_t *output, uint32_t capacity) {
-  RawHub raw(path, std::move(answer), {0, 0, 0, 0});
+  vhub::RawHub raw(path);
+  EXPECT_TRUE(raw.Listening());
+  std::thread server([&] { raw.ServeOne({0, 0, 0, 0}, answer.data(), answer.size()); });
   HubConnection connection = nullptr;
   EXPECT_EQ(HubOpen(Wide(path).c_str(), &connection), kErrorSuccess);
   HubControlResult result =
       HubControl(connection, IOCTL_HUB_GET_ITEM, nullptr, 0, output, capacity, bytes, nullptr);
   HubClose(connection);
+  server.join();
   return result;
 }
 
@@ -392,10 +343,12 @@ TEST_F(HubDeviceTest, ShortAnswerIsABrokenConnection) {
 
 TEST_F(HubDeviceTest, HubThatHangsUpBeforeItsStatusFailsTheOpen) {
   std::string path = directory_.Path() + "/raw";
-  RawHub raw(path, {}, {});
+  vhub::RawHub raw(path);
+  std::thread server([&] { raw.ServeOne({}, nullptr, 0); });
   HubConnection connection = nullptr;
   EXPECT_EQ(HubOpen(Wide(path).c_str(), &connection), kErrorDeviceNotConnected);
   EXPECT_EQ(connection, nullptr);
+  server.join();
 }
 
 }  // namespace
