@@ -314,3 +314,28 @@ TEST_F(ConfigurationParse, AssociationKeepsNoOrdinal) {
 
 }  // namespace
 }  // namespace ordo::usb
+
+namespace ordo::usb {
+namespace {
+
+TEST(ModelObjects, StartEmpty) {
+  const UsbDeviceConfig::Interface interface;
+  EXPECT_EQ(interface.GetNumber(), -1);
+  EXPECT_EQ(interface.GetDescriptor(), nullptr);
+  EXPECT_EQ(interface.GetAudioStage(), 5u);
+  EXPECT_EQ(interface.GetFamily(), (DevFamily{2, 1}));
+  EXPECT_FALSE(interface.IsSelected());
+  EXPECT_EQ(interface.GetPipeCount(), 0);
+  const UsbDeviceConfig::Configuration configuration;
+  EXPECT_EQ(configuration.GetNumInterfaces(), 0);
+  EXPECT_EQ(configuration.GetDescriptor(), nullptr);
+  EXPECT_EQ(configuration.GetGroupCount(), 0);
+  const UsbDeviceConfig config;
+  EXPECT_EQ(config.GetConfigurationCount(), 0);
+  EXPECT_EQ(config.GetDeviceDescriptor(), nullptr);
+  EXPECT_EQ(config.GetActiveConfiguration(), nullptr);
+  EXPECT_FALSE(config.IsSingleConfigComposite());
+}
+
+}  // namespace
+}  // namespace ordo::usb

@@ -128,6 +128,8 @@ TEST_F(FamilyCache, NullDeviceDescriptorIsBadArguments) {
 }
 
 TEST_F(FamilyCache, OnlyVendorFamiliesAreLookedUp) {
+  // A product that no other case puts into the process-wide cache.
+  device_ = testing::DeviceDescriptor(0xFF, 0, 0, 0x0403, 0x6099);
   uint32_t family = 0x400;
   LookupDeducedFamily(device_.data(), family);
   uint32_t vendor = 1;
