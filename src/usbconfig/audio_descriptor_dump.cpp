@@ -273,9 +273,9 @@ void DumpAudioEndpoint(const DescriptorView &d) {
 }  // namespace
 
 void DumpAudioDescriptor(uint8_t interfaceSubClass, const DescriptorView &d) {
-  // The feature unit's length mismatch is an error line, so the detail
-  // level alone can't decide whether anything is to be written.
-  if (!UsbConfigLogWanted(kUsbLogDetail) && !UsbConfigLogWanted(kUsbLogError)) return;
+  // The feature unit's length mismatch is an error line, so nothing is to
+  // be written only when even errors don't reach the hook.
+  if (!UsbConfigLogWanted(kUsbLogError)) return;
   if (d.Type() == kDescCsEndpoint) return DumpAudioEndpoint(d);
   if (interfaceSubClass == kAudioControlSubClass) return DumpControl(d);
   if (interfaceSubClass == kAudioStreamingSubClass) return DumpStreaming(d);

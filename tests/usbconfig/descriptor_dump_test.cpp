@@ -401,3 +401,23 @@ TEST(AudioCodeNames, TablesAndTheirEnds) {
 
 }  // namespace
 }  // namespace ordo::usb
+
+namespace ordo::usb {
+namespace {
+
+TEST(DescriptorDumpLevels, FeatureUnitErrorPassesAThresholdThatHidesDetail) {
+  testing::LogRecorder log(2);
+  const testing::DeviceBlob blob =
+      testing::ReadDeviceBlob(testing::FixturePath("malformed_feature_size_zero"));
+  UsbDeviceConfig config;
+  testing::LoadInto(config, blob);
+  const std::string mismatch =
+      "    Audio Control Feature Unit Descriptor: ERROR - featureDesc length mismatch";
+  ASSERT_EQ(log.Lines().size(), 4u);
+  EXPECT_EQ(log.Lines()[0], (testing::LogLine{4, mismatch}));
+  EXPECT_EQ(log.Lines()[2], (testing::LogLine{4, mismatch}));
+  EXPECT_EQ(log.Lines()[3].level, 4u);
+}
+
+}  // namespace
+}  // namespace ordo::usb
