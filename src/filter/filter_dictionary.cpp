@@ -44,14 +44,22 @@ std::shared_ptr<const FilterDictionary> instance;
 }  // namespace
 
 FilterDictionary::FilterDictionary() {
-  for (const char *key : kKeyNames) names_.emplace_back(key);
-  for (FilterType type = 0; type < FilterTypeCount; ++type) nameToType_.emplace(names_[type], type);
-  for (FilterType type = 0; type < FilterTypeCount; ++type) typeToName_.emplace(type, names_[type]);
+  for (const char *key : kKeyNames) {
+    names_.emplace_back(key);
+  }
+  for (FilterType type = 0; type < FilterTypeCount; ++type) {
+    nameToType_.emplace(names_[type], type);
+  }
+  for (FilterType type = 0; type < FilterTypeCount; ++type) {
+    typeToName_.emplace(type, names_[type]);
+  }
 }
 
 std::shared_ptr<const FilterDictionary> FilterDictionary::getInstance() {
   std::lock_guard<std::mutex> lock(instanceMutex);
-  if (!instance) instance = std::shared_ptr<const FilterDictionary>(new FilterDictionary());
+  if (!instance) {
+    instance = std::shared_ptr<const FilterDictionary>(new FilterDictionary());
+  }
   return instance;
 }
 
@@ -79,9 +87,15 @@ std::string FilterDictionary::nameOf(FilterType type) const {
 }
 
 FilterSeq FilterDictionary::seqOf(const std::string &letter) const {
-  if (letter == "m") return FilterSeqMerge;
-  if (letter == "o") return FilterSeqOverride;
-  if (letter == "d") return FilterSeqDefault;
+  if (letter == "m") {
+    return FilterSeqMerge;
+  }
+  if (letter == "o") {
+    return FilterSeqOverride;
+  }
+  if (letter == "d") {
+    return FilterSeqDefault;
+  }
   return FilterSeqNotSet;
 }
 
@@ -102,8 +116,9 @@ std::string FilterDictionary::seqName(FilterSeq seq) const {
 
 void FilterDictionary::dump() const {
   std::cout << "\n ========== FilterDictionary ===========\n";
-  for (const std::string &key : names_)
+  for (const std::string &key : names_) {
     std::cout << ' ' << key << ' ' << toLowerFilterText(key) << '\n';
+  }
   std::cout << " ========== End of FilterDictionary ====\n";
   std::cout.flush();
 }

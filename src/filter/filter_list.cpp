@@ -25,11 +25,21 @@ void logRefused(const char *why, const std::string &entry) {
 FilterEntry FilterList::parseEntry(const std::string &entry) {
   std::vector<std::string> parts = splitFilterText(entry, ":");
   FilterEntry parsed;
-  if (!parts.empty()) parsed.type = FilterDictionary::getInstance()->typeOf(parts[0]);
-  if (parts.size() > 2) parsed.seq = FilterDictionary::getInstance()->seqOf(parts[1]);
-  if (parts.size() == 2) parsed.value = parts[1];
-  if (parts.size() > 2) parsed.value = parts[2];
-  if (!checkParens(parsed.value)) parsed.value = "error";
+  if (!parts.empty()) {
+    parsed.type = FilterDictionary::getInstance()->typeOf(parts[0]);
+  }
+  if (parts.size() > 2) {
+    parsed.seq = FilterDictionary::getInstance()->seqOf(parts[1]);
+  }
+  if (parts.size() == 2) {
+    parsed.value = parts[1];
+  }
+  if (parts.size() > 2) {
+    parsed.value = parts[2];
+  }
+  if (!checkParens(parsed.value)) {
+    parsed.value = "error";
+  }
   return parsed;
 }
 
@@ -82,28 +92,38 @@ FilterSeq FilterList::sequencingOf(FilterType type) const {
 
 std::string FilterList::firstText(FilterType type) const {
   const std::vector<FltValue> *values = valuesOf(type);
-  if (values == nullptr || values->empty()) return "";
+  if (values == nullptr || values->empty()) {
+    return "";
+  }
   FltValue first = values->front();
   return first.toString();
 }
 
 size_t FilterList::valueCount() const {
   size_t count = 0;
-  for (const auto &[type, values] : filters_) count += values.size();
+  for (const auto &[type, values] : filters_) {
+    count += values.size();
+  }
   return count;
 }
 
 bool FilterList::allHaveSequencing() const {
   for (const auto &[type, values] : filters_) {
-    if (sequencing_.count(type) == 0) return false;
+    if (sequencing_.count(type) == 0) {
+      return false;
+    }
   }
   return true;
 }
 
 void FilterList::copyValues(FilterType type, const FilterList &source) {
   const std::vector<FltValue> *values = source.valuesOf(type);
-  if (values == nullptr) return;
-  for (const FltValue &value : *values) filters_[value.getType()].push_back(value);
+  if (values == nullptr) {
+    return;
+  }
+  for (const FltValue &value : *values) {
+    filters_[value.getType()].push_back(value);
+  }
 }
 
 void FilterList::merge(const FilterList &local, const FilterList &remote, FilterList &merged) {
@@ -140,7 +160,9 @@ void FilterList::merge(const FilterList &local, const FilterList &remote, Filter
 }
 
 void FilterList::dump() const {
-  if (filters_.empty()) return;
+  if (filters_.empty()) {
+    return;
+  }
   auto dictionary = FilterDictionary::getInstance();
   DevFltrLog(3, " ========== FilterList ===========");
   for (const auto &[key, values] : filters_) {
@@ -159,14 +181,20 @@ void FilterList::dump() const {
 }
 
 bool FilterList::checkParens(const std::string &value) {
-  if (value.empty()) return false;
+  if (value.empty()) {
+    return false;
+  }
   bool open = false;
   for (char c : value) {
     if (c == '(') {
-      if (open) return false;
+      if (open) {
+        return false;
+      }
       open = true;
     } else if (c == ')') {
-      if (!open) return false;
+      if (!open) {
+        return false;
+      }
       open = false;
     }
   }
@@ -189,7 +217,9 @@ bool FilterList::isValidValueText(FilterType type, const std::string &value) {
 bool FilterList::isValidIdText(const std::string &value) {
   std::vector<std::string> items = splitFilterText(toLowerFilterText(value), ";");
   for (const std::string &item : items) {
-    if (!isValidIdItem(item)) return false;
+    if (!isValidIdItem(item)) {
+      return false;
+    }
   }
   return !items.empty();
 }
@@ -198,7 +228,9 @@ bool FilterList::isValidSplitText(const std::string &value) {
   std::vector<std::string> items = splitFilterText(value, ";");
   for (const std::string &item : items) {
     std::vector<std::string> halves = splitFilterText(item, "(");
-    if (halves.size() != 2 || !isValidIdText(halves[0])) return false;
+    if (halves.size() != 2 || !isValidIdText(halves[0])) {
+      return false;
+    }
   }
   return !items.empty();
 }

@@ -16,16 +16,23 @@ constexpr size_t kDetailSearchLimit = 256;
 
 size_t ruleSize(const FltSplitRule &rule) {
   size_t size = 4 + rule.id.size() + 4 + 4;
-  for (const std::string &family : rule.families) size += 4 + family.size();
-  for (const std::string &entry : rule.interfaces) size += 4 + entry.size();
+  for (const std::string &family : rule.families) {
+    size += 4 + family.size();
+  }
+  for (const std::string &entry : rule.interfaces) {
+    size += 4 + entry.size();
+  }
   return size;
 }
 
 size_t valueSize(const FltValue &value) {
   size_t size = 4 + 4 + 4;
-  for (const FltDetail &detail : value.details())
+  for (const FltDetail &detail : value.details()) {
     size += detail.name.size() + detail.value.size() + 2;
-  for (const FltSplitRule &rule : value.splitRules()) size += ruleSize(rule);
+  }
+  for (const FltSplitRule &rule : value.splitRules()) {
+    size += ruleSize(rule);
+  }
   return size + 1;  // the ";" behind the record
 }
 
@@ -34,7 +41,9 @@ class BlobWriter {
   explicit BlobWriter(uint8_t *buffer) : out_(buffer) {}
   void number(size_t value) {
     auto v = static_cast<uint32_t>(value);
-    for (int i = 0; i < 4; ++i) *out_++ = static_cast<uint8_t>(v >> (8 * i));
+    for (int i = 0; i < 4; ++i) {
+      *out_++ = static_cast<uint8_t>(v >> (8 * i));
+    }
   }
   void bytes(const std::string &text) {
     std::memcpy(out_, text.data(), text.size());
@@ -64,8 +73,12 @@ void writeValue(BlobWriter &out, const FltValue &value) {
     out.sizedText(rule.id);
     out.number(rule.families.size());
     out.number(rule.interfaces.size());
-    for (const std::string &family : rule.families) out.sizedText(family);
-    for (const std::string &entry : rule.interfaces) out.sizedText(entry);
+    for (const std::string &family : rule.families) {
+      out.sizedText(family);
+    }
+    for (const std::string &entry : rule.interfaces) {
+      out.sizedText(entry);
+    }
   }
   out.byte(';');
 }
@@ -80,9 +93,13 @@ class BlobReader {
   size_t left() const { return pos_ >= size_ ? 0 : size_ - pos_; }
 
   bool number(uint32_t &value) {
-    if (!ok_ || left() < 4) return ok_ = false;
+    if (!ok_ || left() < 4) {
+      return ok_ = false;
+    }
     value = 0;
-    for (int i = 0; i < 4; ++i) value |= static_cast<uint32_t>(data_[pos_ + i]) << (8 * i);
+    for (int i = 0; i < 4; ++i) {
+      value |= static_cast<uint32_t>(data_[pos_ + i]) << (8 * i);
+    }
     pos_ += 4;
     return true;
   }
@@ -90,8 +107,12 @@ class BlobReader {
   // position moves by the whole length.
   bool sizedText(std::string &text) {
     uint32_t length = 0;
-    if (!number(length)) return false;
-    if (left() < length) return ok_ = false;
+    if (!number(length)) {
+      return false;
+    }
+    if (left() < length) {
+      return ok_ = false;
+    }
     const auto *start = reinterpret_cast<const char *>(data_ + pos_);
     text.assign(start, strnlen(start, length));
     pos_ += length;
@@ -124,7 +145,9 @@ class BlobDecoder {
       : in_(in), verbose_(verbose), dictionary_(FilterDictionary::getInstance()) {}
 
   void say(const std::string &text) const {
-    if (verbose_) DevFltrLog(2, text);
+    if (verbose_) {
+      DevFltrLog(2, text);
+    }
   }
 
   bool readDetails(uint32_t count, FltValue &value) {
@@ -134,10 +157,14 @@ class BlobDecoder {
       bool missing = colon == std::string::npos || comma == std::string::npos;
       // Not found in what is left of a buffer shorter than the search: the
       // record ran out, and a trusting read would go past its end.
-      if (missing && in_.left() < kDetailSearchLimit) return in_.fail();
+      if (missing && in_.left() < kDetailSearchLimit) {
+        return in_.fail();
+      }
       // A "," before the ":" leaves no value to take; it ends the details as
       // a missing separator does.
-      if (missing || comma < colon) break;
+      if (missing || comma < colon) {
+        break;
+      }
       FltDetail detail{in_.text(0, colon), in_.text(colon + 1, comma - colon - 1)};
       in_.skip(comma + 1);
       say("Adding Filter Details [" + std::to_string(i) + "]");
@@ -156,11 +183,15 @@ class BlobDecoder {
     }
     std::string entry;
     for (uint32_t i = 0; i < familyCount; ++i) {
-      if (!in_.sizedText(entry)) return false;
+      if (!in_.sizedText(entry)) {
+        return false;
+      }
       rule.families.push_back(entry);
     }
     for (uint32_t i = 0; i < interfaceCount; ++i) {
-      if (!in_.sizedText(entry)) return false;
+      if (!in_.sizedText(entry)) {
+        return false;
+      }
       rule.interfaces.push_back(entry);
     }
     return true;
@@ -170,17 +201,25 @@ class BlobDecoder {
     uint32_t type = 0;
     uint32_t detailCount = 0;
     uint32_t ruleCount = 0;
-    if (!in_.number(type)) return false;
+    if (!in_.number(type)) {
+      return false;
+    }
     value.setType(type);
     say("Filter type: " + dictionary_->nameOf(type));
-    if (!in_.number(detailCount) || !in_.number(ruleCount)) return false;
+    if (!in_.number(detailCount) || !in_.number(ruleCount)) {
+      return false;
+    }
     say("Filter Descriptions found: " + std::to_string(detailCount));
-    if (!readDetails(detailCount, value)) return false;
+    if (!readDetails(detailCount, value)) {
+      return false;
+    }
     say("Filter Split rules found: " + std::to_string(ruleCount));
     for (uint32_t i = 0; i < ruleCount; ++i) {
       say("Split rule [" + std::to_string(i) + "]");
       FltSplitRule rule;
-      if (!readRule(rule)) return false;
+      if (!readRule(rule)) {
+        return false;
+      }
       value.addSplitRule(rule);
       say(rule.text());
     }
@@ -190,21 +229,29 @@ class BlobDecoder {
 
   bool readInto(FilterList::ValueMap &filters, FilterList::SequencingMap &sequencing) {
     uint32_t count = 0;
-    if (!in_.number(count)) return false;
+    if (!in_.number(count)) {
+      return false;
+    }
     say("Filter Sequencing total count: " + std::to_string(count));
     for (uint32_t i = 0; i < count; ++i) {
       uint32_t type = 0;
       uint32_t seq = 0;
-      if (!in_.number(type) || !in_.number(seq)) return false;
+      if (!in_.number(type) || !in_.number(seq)) {
+        return false;
+      }
       sequencing[type] = seq;
       say("Sequencing Info [" + std::to_string(i) + "] : " + dictionary_->nameOf(type) + " = " +
           dictionary_->seqName(seq));
     }
-    if (!in_.number(count)) return false;
+    if (!in_.number(count)) {
+      return false;
+    }
     say("Filter total count: " + std::to_string(count));
     for (uint32_t i = 0; i < count; ++i) {
       FltValue value;
-      if (!readValue(value)) return false;
+      if (!readValue(value)) {
+        return false;
+      }
       // Only a key that the sending side sequenced is taken; exalldev is the
       // one key honoured without.
       FilterType type = value.getType();
@@ -227,17 +274,23 @@ class BlobDecoder {
 }  // namespace
 
 uint32_t FilterList::encodedSize() const {
-  if (valueCount() == 0) return 0;
+  if (valueCount() == 0) {
+    return 0;
+  }
   size_t size = 4 + 8 * sequencing_.size() + 4;
   for (const auto &[type, values] : filters_) {
-    for (const FltValue &value : values) size += valueSize(value);
+    for (const FltValue &value : values) {
+      size += valueSize(value);
+    }
   }
   return static_cast<uint32_t>(size);
 }
 
 uint32_t FilterList::encode(uint8_t *buffer) const {
   uint32_t size = encodedSize();
-  if (buffer == nullptr) return size;
+  if (buffer == nullptr) {
+    return size;
+  }
   std::memset(buffer, 0, size);
   BlobWriter out(buffer);
   out.number(sequencing_.size());
@@ -247,7 +300,9 @@ uint32_t FilterList::encode(uint8_t *buffer) const {
   }
   out.number(valueCount());
   for (const auto &[type, values] : filters_) {
-    for (const FltValue &value : values) writeValue(out, value);
+    for (const FltValue &value : values) {
+      writeValue(out, value);
+    }
   }
   return size;
 }

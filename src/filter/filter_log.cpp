@@ -31,7 +31,9 @@ std::string asFormat(const std::string &text) {
   format.reserve(format.size() + text.size());
   for (char c : text) {
     format += c;
-    if (c == '%') format += '%';
+    if (c == '%') {
+      format += '%';
+    }
   }
   return format;
 }
@@ -62,7 +64,9 @@ uint32_t GetFilterLogThreshold() {
 void DevFltrLog(uint32_t level, const std::string &text) {
   LogHook hook = filterLogHook.load();
   uint32_t engineLevel = engineLevelOf(level);
-  if (hook == nullptr || engineLevel < filterLogThreshold.load()) return;
+  if (hook == nullptr || engineLevel < filterLogThreshold.load()) {
+    return;
+  }
   callHook(hook, engineLevel, asFormat(text).c_str());
 }
 

@@ -78,19 +78,27 @@ void FilterSettings::setDefaultPreferences(bool full) {
 bool FilterSettings::getBool(FilterType type) const {
   bool isBoolean = isBooleanFilterType(type);
   if (const std::vector<FltValue> *values = list_.valuesOf(type)) {
-    if (!isBoolean) return false;
+    if (!isBoolean) {
+      return false;
+    }
     for (FltValue value : *values) {
-      if (value.isValid()) return isTrueText(value.toString());
+      if (value.isValid()) {
+        return isTrueText(value.toString());
+      }
     }
   }
   auto found = defaults_.find(type);
   // Callers rely on a key absent from both list and defaults reading true.
-  if (found == defaults_.end()) return true;
+  if (found == defaults_.end()) {
+    return true;
+  }
   return isBoolean && isTrueText(found->second);
 }
 
 void FilterSettings::dumpDefaults() const {
-  if (defaults_.empty()) return;
+  if (defaults_.empty()) {
+    return;
+  }
   auto dictionary = FilterDictionary::getInstance();
   DevFltrLog(3, " ========== Default Preferences ===========");
   for (const auto &[type, text] : defaults_) {
@@ -100,7 +108,9 @@ void FilterSettings::dumpDefaults() const {
 }
 
 void FilterSettings::addFilterRule(const std::string &text) {
-  if (text.empty()) return;
+  if (text.empty()) {
+    return;
+  }
   DevFltrLog(2, "Adding FilterRule: " + text);
   list_.add(text);
 }
@@ -123,7 +133,9 @@ void FilterSettings::merge(const FilterSettings &local, const FilterSettings &re
 
 int32_t FilterSettings::evaluate(const std::string &text, FilterType firstType,
                                  FilterType lastType) const {
-  if (firstType > lastType) return FilterEvalNoHit;
+  if (firstType > lastType) {
+    return FilterEvalNoHit;
+  }
   // Walking the keys that hold values visits the same types in the same
   // rising order as walking every number of the range, and skips the rest.
   const FilterList::ValueMap &filters = list_.filters();

@@ -14,8 +14,12 @@ size_t skipParenthesised(const std::string &text, const std::string &separator, 
   while (hit != npos) {
     size_t open = text.find('(', scan);
     size_t close = text.find(')', scan);
-    if (open == npos || open > hit) break;                    // separator outside
-    if (close != npos && close > open && hit > close) break;  // closed pair before it
+    if (open == npos || open > hit) {
+      break;  // separator outside
+    }
+    if (close != npos && close > open && hit > close) {
+      break;  // closed pair before it
+    }
     if (close != npos && close <= hit) {
       // A stray ")" before the first "(" (as in ")(;") would leave scan,
       // open and close unchanged forever; stepping past it is the only way
@@ -24,7 +28,9 @@ size_t skipParenthesised(const std::string &text, const std::string &separator, 
       continue;
     }
     size_t after = text.find(')', hit);
-    if (after == npos) return text.size();  // the parenthesis never closes
+    if (after == npos) {
+      return text.size();  // the parenthesis never closes
+    }
     scan = after + 1;
     hit = text.find(separator, scan);
   }
@@ -37,16 +43,24 @@ std::vector<std::string> splitFilterText(const std::string &text, const std::str
   std::vector<std::string> tokens;
   if (separator.empty()) {
     // An empty separator would match everywhere without progress.
-    if (!text.empty()) tokens.push_back(text);
+    if (!text.empty()) {
+      tokens.push_back(text);
+    }
     return tokens;
   }
   size_t pos = 0;
   for (;;) {
     size_t hit = text.find(separator, pos);
-    if (separator != "(") hit = skipParenthesised(text, separator, pos, hit);
+    if (separator != "(") {
+      hit = skipParenthesised(text, separator, pos, hit);
+    }
     std::string token = text.substr(pos, hit == npos ? npos : hit - pos);
-    if (!token.empty()) tokens.push_back(std::move(token));
-    if (hit == npos || hit >= text.size()) break;
+    if (!token.empty()) {
+      tokens.push_back(std::move(token));
+    }
+    if (hit == npos || hit >= text.size()) {
+      break;
+    }
     pos = hit + separator.size();
   }
   return tokens;
@@ -62,7 +76,9 @@ bool isTrueText(const std::string &text) {
 
 std::string toLowerFilterText(const std::string &text) {
   std::string lower = text;
-  for (char &c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char &c : lower) {
+    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
   return lower;
 }
 

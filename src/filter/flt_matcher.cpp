@@ -8,7 +8,9 @@ namespace {
 // Equal length assumed: "*" on either side stands for exactly one character.
 bool matchesPerCharacter(const std::string &x, const std::string &y) {
   for (size_t i = 0; i < x.size(); ++i) {
-    if (x[i] != y[i] && x[i] != '*' && y[i] != '*') return false;
+    if (x[i] != y[i] && x[i] != '*' && y[i] != '*') {
+      return false;
+    }
   }
   return true;
 }
@@ -20,36 +22,52 @@ std::string patternOf(const std::string &name) {
 }  // namespace
 
 bool detailMatches(const FltDetail &a, const FltDetail &b) {
-  if (a.name != b.name) return false;
+  if (a.name != b.name) {
+    return false;
+  }
   const std::string &x = a.value;
   const std::string &y = b.value;
-  if (x == y || x == "*" || y == "*") return true;
-  if (x.empty() || x.size() != y.size()) return false;
+  if (x == y || x == "*" || y == "*") {
+    return true;
+  }
+  if (x.empty() || x.size() != y.size()) {
+    return false;
+  }
   return matchesPerCharacter(x, y);
 }
 
 bool FltSplitRule::matchesId(const std::string &idText) const {
-  if (id.empty() || id.size() != idText.size()) return false;
+  if (id.empty() || id.size() != idText.size()) {
+    return false;
+  }
   return matchesPerCharacter(id, idText);
 }
 
 bool FltValue::equals(const FltValue &other) const {
-  if (type_ != other.type_ || details_.size() != other.details_.size()) return false;
+  if (type_ != other.type_ || details_.size() != other.details_.size()) {
+    return false;
+  }
   for (size_t i = 0; i < details_.size(); ++i) {
-    if (!detailMatches(details_[i], other.details_[i])) return false;
+    if (!detailMatches(details_[i], other.details_[i])) {
+      return false;
+    }
   }
   return true;
 }
 
 bool FltValue::matches(const FltValue &other) const {
-  if (type_ != other.type_ || type_ >= FilterTypeNone) return false;
+  if (type_ != other.type_ || type_ >= FilterTypeNone) {
+    return false;
+  }
   const FltMatcher *matcher = sharedFltMatcher(type_);
   return matcher != nullptr && matcher->match(*this, other);
 }
 
 void FltValue::findSplitRules(const std::string &idText, std::vector<FltSplitRule> &out) const {
   for (const FltSplitRule &rule : splitRules_) {
-    if (rule.matchesId(idText)) out.push_back(rule);
+    if (rule.matchesId(idText)) {
+      out.push_back(rule);
+    }
   }
 }
 
@@ -82,7 +100,9 @@ std::unique_ptr<FltMatcher> makeFltMatcher(FilterType type) {
     case FilterTypeInfa:
       return std::make_unique<FltMatcherString>("", "");
     default:
-      if (isBooleanFilterType(type)) return std::make_unique<FltMatcherBool>("", "");
+      if (isBooleanFilterType(type)) {
+        return std::make_unique<FltMatcherBool>("", "");
+      }
       return nullptr;  // exintf, exingp, spid (split rules use findSplitRules)
   }
 }

@@ -16,7 +16,9 @@ void FltStrHelper::parse(const std::string & /*text*/, FltValue & /*value*/) con
 
 std::string FltStrHelperDevAbs::padId(const std::string &text) const {
   const std::string pattern = (type_ == FilterTypeExpt || type_ == FilterTypeInpt) ? "00" : "0000";
-  if (text.size() >= pattern.size()) return text;
+  if (text.size() >= pattern.size()) {
+    return text;
+  }
   return pattern.substr(0, pattern.size() - text.size()) + text;
 }
 
@@ -25,13 +27,17 @@ void FltStrHelperDevAbs::parseIdPiece(const std::string &piece, FltDetail &detai
   std::string name;
   if (contains(piece, "-")) {
     tokens = splitFilterText(piece, "-");
-    if (tokens.size() == 2) name = tokens[0];
+    if (tokens.size() == 2) {
+      name = tokens[0];
+    }
   } else if (contains(piece, idName1_) || contains(piece, idName2_)) {
     name = contains(piece, idName1_) ? idName1_ : idName2_;
     tokens = splitFilterText(piece, name);
     // A piece that begins or ends with the name ("vid1234") leaves a single
     // token; without a token 1 it cannot be read.
-    if (tokens.size() < 2) name.clear();
+    if (tokens.size() < 2) {
+      name.clear();
+    }
   }
   if (name.empty()) {
     detail = FltDetail{piece, "Error"};
@@ -44,8 +50,12 @@ bool FltStrHelperDevAbs::findIdTokens(const std::vector<std::string> &tokens, si
                                       size_t &second) const {
   first = second = tokens.size();
   for (size_t i = tokens.size(); i-- > 0;) {
-    if (contains(tokens[i], idName1_)) first = i;
-    if (contains(tokens[i], idName2_)) second = i;
+    if (contains(tokens[i], idName1_)) {
+      first = i;
+    }
+    if (contains(tokens[i], idName2_)) {
+      second = i;
+    }
   }
   return first < tokens.size() && second < tokens.size();
 }
@@ -78,7 +88,9 @@ void FltStrHelperDev::parse(const std::string &text, FltValue &value) const {
 void FltStrHelperSpltIdInc::parse(const std::string &text, FltValue &value) const {
   std::vector<std::string> halves = splitFilterText(text, "(");
   std::vector<std::string> tokens;
-  if (halves.size() == 2) tokens = splitFilterText(halves[0], "_");
+  if (halves.size() == 2) {
+    tokens = splitFilterText(halves[0], "_");
+  }
   if (tokens.size() != 2) {
     markFailed(text, value);
     return;
@@ -87,7 +99,9 @@ void FltStrHelperSpltIdInc::parse(const std::string &text, FltValue &value) cons
   size_t second = 0;
   // Unlike a plain identifier, a split rule with a name missing is no
   // failure: the value keeps its type and stays empty.
-  if (!findIdTokens(tokens, first, second)) return;
+  if (!findIdTokens(tokens, first, second)) {
+    return;
+  }
   addIdDetails(tokens, first, second, value);
   std::vector<std::string> ruleText = splitFilterText(halves[1], ")");
   if (ruleText.empty()) {
@@ -101,12 +115,16 @@ void FltStrHelperSpltIdInc::parse(const std::string &text, FltValue &value) cons
 }
 
 void FltStrHelperFam::parse(const std::string &text, FltValue &value) const {
-  if (splitFilterText(text, "_").size() != 1) value.setType(FilterTypeNone);
+  if (splitFilterText(text, "_").size() != 1) {
+    value.setType(FilterTypeNone);
+  }
   value.addValue(text, false);
 }
 
 void FltStrHelperBool::parse(const std::string &text, FltValue &value) const {
-  if (splitFilterText(text, "_").size() != 1 || !isBoolText(text)) value.setType(FilterTypeNone);
+  if (splitFilterText(text, "_").size() != 1 || !isBoolText(text)) {
+    value.setType(FilterTypeNone);
+  }
   value.addValue(text, false);
 }
 
@@ -128,7 +146,9 @@ std::unique_ptr<FltStrHelper> makeFltStrHelper(FilterType type) {
     case FilterTypeExingp:
       return nullptr;
     default:
-      if (isBooleanFilterType(type)) return std::make_unique<FltStrHelperBool>("", "", type);
+      if (isBooleanFilterType(type)) {
+        return std::make_unique<FltStrHelperBool>("", "", type);
+      }
       return nullptr;
   }
 }

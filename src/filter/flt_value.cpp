@@ -11,12 +11,17 @@ namespace {
 // The text that toString builds and that a value with textCached set gives
 // back. One per thread: a single thread sees the shared text exactly as
 // before, and two sessions filtering at once no longer write the same string.
-thread_local std::string sharedText = "Error";
+std::string &sharedText() {
+  thread_local std::string text = "Error";
+  return text;
+}
 
 std::string joinDetails(const std::vector<FltDetail> &details) {
   std::string text;
   for (size_t i = 0; i < details.size(); ++i) {
-    if (i > 0) text += '_';
+    if (i > 0) {
+      text += '_';
+    }
     const FltDetail &detail = details[i];
     if (!detail.name.empty() && !detail.value.empty()) {
       text += detail.name + "-" + detail.value;
@@ -31,7 +36,9 @@ std::string joinEntries(const std::vector<std::string> &entries, const std::stri
                         const std::string &between) {
   std::string text;
   for (size_t i = 0; i < entries.size(); ++i) {
-    if (i > 0) text += between;
+    if (i > 0) {
+      text += between;
+    }
     text += prefix + entries[i];
   }
   return text;
@@ -40,12 +47,16 @@ std::string joinEntries(const std::vector<std::string> &entries, const std::stri
 }  // namespace
 
 FltValue::FltValue(FilterType type, const std::string &text) : type_(type) {
-  if (const FltStrHelper *helper = sharedFltStrHelper(type)) helper->parse(text, *this);
+  if (const FltStrHelper *helper = sharedFltStrHelper(type)) {
+    helper->parse(text, *this);
+  }
 }
 
 void FltValue::addDetail(const FltDetail &detail, bool clearFirst) {
   textCached_ = false;
-  if (clearFirst) details_.clear();
+  if (clearFirst) {
+    details_.clear();
+  }
   details_.push_back(detail);
 }
 
@@ -58,15 +69,20 @@ void FltValue::addSplitRule(const FltSplitRule &rule) {
 }
 
 std::string FltValue::toString() {
-  if (textCached_) return sharedText;
+  std::string &text = sharedText();
+  if (textCached_) {
+    return text;
+  }
   if (type_ == FilterTypeSpid) {
-    sharedText.clear();
-    for (const FltSplitRule &rule : splitRules_) sharedText += rule.text();
+    text.clear();
+    for (const FltSplitRule &rule : splitRules_) {
+      text += rule.text();
+    }
   } else {
-    sharedText = joinDetails(details_);
+    text = joinDetails(details_);
   }
   textCached_ = true;
-  return sharedText;
+  return text;
 }
 
 std::string FltValue::idString() const {
@@ -84,9 +100,13 @@ void FltSplitRule::parse(const std::string &text) {
       return;  // this token and all behind it are dropped
     }
     std::vector<std::string> pieces = splitFilterText(token, inner);
-    if (pieces.size() < 2) continue;
+    if (pieces.size() < 2) {
+      continue;
+    }
     std::string entry = pieces[1];
-    for (size_t i = 2; i < pieces.size(); ++i) entry += inner + pieces[i];
+    for (size_t i = 2; i < pieces.size(); ++i) {
+      entry += inner + pieces[i];
+    }
     // Only interface entries belong in a rule read from text; family and
     // other keys are passed over on purpose.
     if (FilterDictionary::getInstance()->typeOf(pieces[0]) == FilterTypeExintf) {
@@ -96,9 +116,13 @@ void FltSplitRule::parse(const std::string &text) {
 }
 
 std::string FltSplitRule::text() const {
-  if (families.empty() && interfaces.empty()) return "";
+  if (families.empty() && interfaces.empty()) {
+    return "";
+  }
   std::string result = id + "(" + joinEntries(families, "exfa:", ", ");
-  if (!families.empty() && !interfaces.empty()) result += ";";
+  if (!families.empty() && !interfaces.empty()) {
+    result += ";";
+  }
   return result + joinEntries(interfaces, "exintf:", ",") + ")";
 }
 

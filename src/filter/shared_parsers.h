@@ -24,7 +24,9 @@ template <typename Made, std::unique_ptr<Made> (*make)(FilterType)>
 const Made *madeOncePerType(FilterType type) {
   static const auto made = [] {
     std::array<std::unique_ptr<Made>, FilterTypeCount> all;
-    for (FilterType t = 0; t < FilterTypeCount; ++t) all[t] = make(t);
+    for (FilterType t = 0; t < FilterTypeCount; ++t) {
+      all[t] = make(t);
+    }
     return all;
   }();
   return type < FilterTypeCount ? made[type].get() : nullptr;
