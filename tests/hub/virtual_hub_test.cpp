@@ -3,6 +3,7 @@
 // forgets a session.
 #include "virtual_hub.h"
 
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -276,6 +277,32 @@ TEST_F(VirtualHubTest, GarbageOnTheSessionEndsIt) {
   close(fd);
   Connect();
   EXPECT_EQ(hub.Model().SessionsOpened(), 2u);
+}
+
+// The daemon's hub keeps no lists: only the items still unanswered.
+TEST(HubModelTest, WithoutRecordsOnlyUnansweredItemsAreKept) {
+  vhub::HubModel model(vhub::kDefaultHubVersion, {}, false);
+  ASSERT_EQ(model.OpenSession(), 0u);
+  uint64_t handle = 0;
+  auto eventSet =
+      model.Handle(IOCTL_HUB_SET_NOTIFICATION_EVENT, reinterpret_cast<const uint8_t *>(&handle), 8,
+                   0, eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  ASSERT_EQ(eventSet.error, 0u);
+  uint32_t answered = model.QueueItem({0, 1, {}, {}, 0});
+  uint32_t unanswered = model.QueueItem({0, 2, {}, {}, 0});
+  model.QueueItem({0, 3, {}, {}, 0});
+  EXPECT_EQ(model.Handle(IOCTL_HUB_GET_ITEM, nullptr, 0, 40, -1).output.size(), 40u);
+  EXPECT_EQ(model.Handle(IOCTL_HUB_GET_ITEM, nullptr, 0, 40, -1).output.size(), 40u);
+  std::vector<uint8_t> completion(12);
+  WriteHubCompleteRecord(completion.data(), answered, 0, nullptr, 0);
+  EXPECT_EQ(model.Handle(IOCTL_HUB_COMPLETE_ITEM, completion.data(), 12, 0, -1).error, 0u);
+  EXPECT_EQ(model.Handle(IOCTL_HUB_UNPLUG_DEVICE, Bytes({3, 0, 0, 0}).data(), 4, 0, -1).error, 0u);
+  EXPECT_TRUE(model.Requests().empty());
+  EXPECT_TRUE(model.Completions().empty());
+  EXPECT_TRUE(model.Unplugs().empty());
+  EXPECT_EQ(model.ItemReport(), "item " + std::to_string(unanswered) +
+                                    " (PlugNo 2, type 0): delivered, never completed\n");
+  model.CloseSession();
 }
 
 TEST(RequestFrameTest, ParsesWholeFramesAndWaitsForPartOnes) {

@@ -63,8 +63,8 @@ std::string HubRequestName(uint32_t code) {
   }
 }
 
-HubModel::HubModel(uint32_t version, Logger logger)
-    : logger_(std::move(logger)), version_(version) {}
+HubModel::HubModel(uint32_t version, Logger logger, bool keepRecords)
+    : logger_(std::move(logger)), version_(version), keepRecords_(keepRecords) {}
 
 HubModel::~HubModel() {
   if (eventFd_ >= 0) close(eventFd_);
@@ -125,7 +125,7 @@ HubAnswer HubModel::Handle(uint32_t code, const uint8_t *input, uint32_t inputLe
   Log(HubRequestName(code) + " in " + std::to_string(inputLength) + " out " +
       std::to_string(outputCapacity) + (record.injected ? " (injected): " : ": ") +
       Describe(record.answer));
-  requests_.push_back(record);
+  if (keepRecords_) requests_.push_back(record);
   return record.answer;
 }
 
@@ -181,7 +181,7 @@ HubAnswer HubModel::UnplugDevice(const uint8_t *input, uint32_t inputLength) {
   if (inputLength < 4) return Failure(kErrorInvalidParameter);
   uint32_t plugNo = ReadU32(input);
   plugged_.erase(plugNo);
-  unplugs_.push_back(plugNo);
+  if (keepRecords_) unplugs_.push_back(plugNo);
   DropQueuedItems(plugNo);
   UpdateNotification();
   return {};
@@ -240,8 +240,10 @@ HubAnswer HubModel::CompleteItem(const uint8_t *input, uint32_t inputLength) {
   if (tracked != items_.end() && tracked->second.delivered) {
     completion.known = true;
     ++tracked->second.completions;
+    if (!keepRecords_) items_.erase(tracked);
   }
-  completions_.push_back(std::move(completion));
+  if (!completion.known) Log("completion of unknown item " + std::to_string(header.itemId));
+  if (keepRecords_) completions_.push_back(std::move(completion));
   return {};
 }
 
@@ -264,7 +266,7 @@ HubAnswer HubModel::PluginDevice(const uint8_t *input, uint32_t inputLength) {
                     totalLength >= kConfigDescriptorMinimum && totalLength <= configRoom;
   if (!configGood) return Failure(kHubErrorConfigDescriptorCheck, true);
   plugged_.insert(header.plugNo);
-  pluginRecords_.emplace_back(input, input + inputLength);
+  if (keepRecords_) pluginRecords_.emplace_back(input, input + inputLength);
   Log("PlugNo " + std::to_string(header.plugNo) + " plugged in");
   return HubAnswer{true, 0, {}};
 }
@@ -278,7 +280,8 @@ uint32_t HubModel::NextItemId() {
 void HubModel::DropQueuedItems(std::optional<uint32_t> plugNo) {
   auto dropped = [&](const QueuedItem &item) {
     bool drop = !plugNo || item.spec.plugNo == *plugNo;
-    if (drop) items_[item.itemId].dropped = true;
+    if (drop && keepRecords_) items_[item.itemId].dropped = true;
+    if (drop && !keepRecords_) items_.erase(item.itemId);
     return drop;
   };
   queue_.erase(std::remove_if(queue_.begin(), queue_.end(), dropped), queue_.end());

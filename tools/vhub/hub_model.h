@@ -71,7 +71,11 @@ class HubModel {
   using Logger = std::function<void(const std::string &line)>;
   static constexpr uint32_t kForever = 0;
 
-  explicit HubModel(uint32_t version = kDefaultHubVersion, Logger logger = {});
+  // A hub that does not keep records (the daemon, which runs for long) keeps
+  // no request, plug-in, unplug or completion lists, and forgets an item once
+  // it is completed: the report then names only items still unanswered.
+  explicit HubModel(uint32_t version = kDefaultHubVersion, Logger logger = {},
+                    bool keepRecords = true);
   ~HubModel();
   HubModel(const HubModel &) = delete;
   HubModel &operator=(const HubModel &) = delete;
@@ -158,6 +162,7 @@ class HubModel {
   mutable std::condition_variable sessionChanged_;
   Logger logger_;
   uint32_t version_;
+  bool keepRecords_;
   uint32_t nextOpenStatus_ = 0;
   bool sessionOpen_ = false;
   uint32_t sessionsOpened_ = 0;

@@ -65,6 +65,7 @@ int main(int argc, char **argv) {
     return 2;
   }
   options.logger = LogLine;
+  options.keepRecords = false;  // runs for long: keep only what is unanswered
   // Every thread, the hub's too, leaves the two signals to sigwait below.
   sigset_t stopSignals;
   sigemptyset(&stopSignals);

@@ -48,7 +48,7 @@ std::string Errno(const std::string &what) {
 VirtualHub::VirtualHub(VirtualHubOptions options)
     : options_(std::move(options)),
       socketPath_(options_.directory + "/" + options_.name),
-      model_(options_.version, options_.logger) {}
+      model_(options_.version, options_.logger, options_.keepRecords) {}
 
 VirtualHub::~VirtualHub() {
   Stop();

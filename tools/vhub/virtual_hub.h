@@ -20,6 +20,7 @@ struct VirtualHubOptions {
   std::string name = "hub";  // the socket's file name in it
   uint32_t version = kDefaultHubVersion;
   HubModel::Logger logger;  // what the hub does, line by line; may be empty
+  bool keepRecords = true;  // see HubModel
 };
 
 class VirtualHub {
