@@ -514,6 +514,33 @@ TEST(RegistryFileParserTest, PathsNormalizeCaseAndTrailingBackslashes) {
   EXPECT_EQ(NormalizeRegistryPath(""), "");
 }
 
+TEST(RegistryFileParserTest, DeepSectionPathStoresOnlyItsOwnKey) {
+  // 200000 levels: materialising every key above would take tens of
+  // gigabytes; they exist by the key below them instead.
+  std::string path;
+  for (int i = 0; i < 200000; ++i) path += "a\\";
+  path += "leaf";
+  const RegistryFile file =
+      RegistryFile::Parse("REGEDIT4\n[HKLM\\" + path + "]\n\"V\"=dword:1\n[-HKLM\\b]\n");
+  EXPECT_NE(file.FindKey("a"), nullptr);
+  EXPECT_NE(file.FindKey("A\\a\\a"), nullptr);
+  EXPECT_EQ(file.FindKey("a\\b"), nullptr);
+  const RegistryFileKey *leaf = file.FindKey(path);
+  ASSERT_NE(leaf, nullptr);
+  EXPECT_NE(FindRegistryValue(*leaf, "v"), nullptr);
+  EXPECT_EQ(file.FindKey("a")->size(), 0u);
+}
+
+TEST(RegistryFileParserTest, DeletedTreeTakesItsKeysAboveAlongUnlessOthersRemain) {
+  const RegistryFile file = RegistryFile::Parse(
+      "REGEDIT4\n[HKLM\\top\\one\\x]\n[HKLM\\top\\one!]\n[HKLM\\top\\two]\n"
+      "[-HKLM\\top\\one]\n");
+  EXPECT_EQ(file.FindKey("top\\one"), nullptr);
+  EXPECT_EQ(file.FindKey("top\\one\\x"), nullptr);
+  EXPECT_NE(file.FindKey("top\\one!"), nullptr);
+  EXPECT_NE(file.FindKey("top"), nullptr);
+}
+
 TEST(RegistryFileParserTest, EmptyInputHasNoHeaderAndNoKeys) {
   const RegistryFile file = RegistryFile::Parse("");
   EXPECT_FALSE(file.HasHeader());

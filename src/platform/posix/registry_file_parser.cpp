@@ -283,10 +283,6 @@ bool RegistryFile::OpenSection(std::string_view line, Section *section) {
     DeleteKeyTree(path);
     return true;
   }
-  // Importing a key creates the keys above it, so they exist too.
-  for (size_t at = path.find('\\'); at != std::string::npos; at = path.find('\\', at + 1)) {
-    keys_.try_emplace(path.substr(0, at));
-  }
   keys_.try_emplace(path);
   section->state = Section::kKey;
   section->path = path;
@@ -351,15 +347,23 @@ bool RegistryFile::ParseValueLine(std::string_view line, const Section &section)
   return true;
 }
 
+// The keys below a path stand together in the ordered map, right behind
+// path + "\\", so a tree goes in one range.
+std::map<std::string, RegistryFileKey>::const_iterator RegistryFile::FirstKeyBelow(
+    const std::string &path) const {
+  return keys_.lower_bound(path + '\\');
+}
+
+bool RegistryFile::IsBelow(const std::string &key, const std::string &path) {
+  return key.size() > path.size() && key[path.size()] == '\\' &&
+         key.compare(0, path.size(), path) == 0;
+}
+
 void RegistryFile::DeleteKeyTree(const std::string &path) {
-  const std::string below = path + '\\';
-  for (auto it = keys_.begin(); it != keys_.end();) {
-    if (it->first == path || it->first.compare(0, below.size(), below) == 0) {
-      it = keys_.erase(it);
-    } else {
-      ++it;
-    }
-  }
+  keys_.erase(path);
+  auto last = FirstKeyBelow(path);
+  while (last != keys_.end() && IsBelow(last->first, path)) ++last;
+  keys_.erase(FirstKeyBelow(path), last);
 }
 
 const RegistryFileValue *FindRegistryValue(const RegistryFileKey &key, std::string_view name) {
@@ -368,8 +372,14 @@ const RegistryFileValue *FindRegistryValue(const RegistryFileKey &key, std::stri
 }
 
 const RegistryFileKey *RegistryFile::FindKey(std::string_view path) const {
-  const auto it = keys_.find(NormalizeRegistryPath(path));
-  return it == keys_.end() ? nullptr : &it->second;
+  // Importing a key creates the keys above it: they exist, with no values,
+  // as long as a key below them does.
+  static const RegistryFileKey kKeyWithoutValues;
+  const std::string normalized = NormalizeRegistryPath(path);
+  const auto it = keys_.find(normalized);
+  if (it != keys_.end()) return &it->second;
+  const auto below = FirstKeyBelow(normalized);
+  return below != keys_.end() && IsBelow(below->first, normalized) ? &kKeyWithoutValues : nullptr;
 }
 
 }  // namespace pelarix::platform

@@ -50,6 +50,9 @@ class RegistryFile {
   bool OpenSection(std::string_view line, Section *section);
   bool ParseValueLine(std::string_view line, const Section &section);
   void DeleteKeyTree(const std::string &path);
+  std::map<std::string, RegistryFileKey>::const_iterator FirstKeyBelow(
+      const std::string &path) const;
+  static bool IsBelow(const std::string &key, const std::string &path);
 
   std::map<std::string, RegistryFileKey> keys_;
   bool hasHeader_ = false;
