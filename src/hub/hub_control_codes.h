@@ -41,7 +41,4 @@ inline constexpr uint32_t kHubErrorNotificationEventNotSet = 0xE0000001;
 inline constexpr uint32_t kHubErrorDeviceDescriptorCheck = 0xE0000002;
 inline constexpr uint32_t kHubErrorConfigDescriptorCheck = 0xE0000003;
 
-// The hub's version word: major in the high 16 bits, minor in the low.
-inline constexpr uint32_t kHubVersionRequired = 0x00020000;
-
 }  // namespace pelarix

@@ -76,7 +76,8 @@ uint32_t CreateSuspendedThread(ThreadRoutine routine, void *argument, Thread *ou
 void ResumeThread(Thread thread);
 // kWaitObject0 once the thread has ended, or kWaitTimeout.
 uint32_t WaitForThread(Thread thread, uint32_t timeoutMs);
-// Releases the handle; a running thread goes on, detached.
+// Releases the handle; a running thread goes on, detached. A thread that was
+// never resumed ends without running its routine.
 void CloseThread(Thread thread);
 
 void Sleep(uint32_t milliseconds);
