@@ -297,6 +297,47 @@ HubControlResult AskRawHub(const std::string &path, std::vector<uint8_t> answer,
   return result;
 }
 
+// The frame as it goes on the wire, byte for byte, with its descriptors.
+vhub::RawHub::Received SendToRawHub(const std::string &path, uint32_t code,
+                                    std::vector<uint8_t> input, uint32_t capacity, Event event) {
+  vhub::RawHub raw(path);
+  vhub::RawHub::Received received;
+  std::thread server([&] { received = raw.ServeOne({0, 0, 0, 0}, nullptr, 0); });
+  HubConnection connection = nullptr;
+  EXPECT_EQ(HubOpen(Wide(path).c_str(), &connection), kErrorSuccess);
+  std::vector<uint8_t> output(capacity);
+  uint32_t bytes = 0;
+  HubControl(connection, code, input.data(), static_cast<uint32_t>(input.size()), output.data(),
+             capacity, &bytes, event);
+  HubClose(connection);
+  server.join();
+  return received;
+}
+
+TEST_F(HubDeviceTest, RequestFrameIsHeaderThenInputWithTheReplyEnd) {
+  auto received =
+      SendToRawHub(directory_.Path() + "/raw", 0x2A6006, {0xAA, 0xBB, 0xCC, 0xDD}, 4, nullptr);
+  EXPECT_EQ(received.frame,
+            (std::vector<uint8_t>{0x50, 0x48, 0x52, 0x51, 0x06, 0x60, 0x2A, 0x00, 0x04, 0x00,
+                                  0x00, 0x00, 0x04, 0x00, 0x00, 0x00, 0xAA, 0xBB, 0xCC, 0xDD}));
+  EXPECT_EQ(received.descriptors, 1u);
+}
+
+TEST_F(HubDeviceTest, NotificationEventFrameCarriesTheEventAsSecondDescriptor) {
+  Event event = nullptr;
+  ASSERT_EQ(CreateEvent(true, &event), kErrorSuccess);
+  std::vector<uint8_t> input(8);
+  uint64_t value = EventHandleValue(event);
+  std::memcpy(input.data(), &value, 8);
+  auto received = SendToRawHub(directory_.Path() + "/raw", 0x2A6009, input, 0, event);
+  std::vector<uint8_t> expected = {0x50, 0x48, 0x52, 0x51, 0x09, 0x60, 0x2A, 0x00,
+                                   0x08, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+  expected.insert(expected.end(), input.begin(), input.end());
+  EXPECT_EQ(received.frame, expected);
+  EXPECT_EQ(received.descriptors, 2u);
+  CloseEvent(event);
+}
+
 TEST_F(HubDeviceTest, AnswerWithinCapacityIsTakenAsItStands) {
   uint8_t output[8] = {};
   uint32_t bytes = 0;

@@ -28,10 +28,11 @@ RawHub::~RawHub() {
   unlink(path_.c_str());
 }
 
-void RawHub::ServeOne(const std::vector<uint8_t> &openStatus, const uint8_t *answer,
-                      size_t answerSize) {
+RawHub::Received RawHub::ServeOne(const std::vector<uint8_t> &openStatus, const uint8_t *answer,
+                                  size_t answerSize) {
+  Received received;
   int session = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-  if (session < 0) return;
+  if (session < 0) return received;
   bool sent = !openStatus.empty() && send(session, openStatus.data(), openStatus.size(),
                                           MSG_NOSIGNAL) == static_cast<ssize_t>(openStatus.size());
   uint8_t frame[64];
@@ -42,10 +43,13 @@ void RawHub::ServeOne(const std::vector<uint8_t> &openStatus, const uint8_t *ans
   message.msg_iovlen = 1;
   message.msg_control = control;
   message.msg_controllen = sizeof control;
-  if (sent && recvmsg(session, &message, MSG_CMSG_CLOEXEC) > 0) {
+  ssize_t got = sent ? recvmsg(session, &message, MSG_CMSG_CLOEXEC) : 0;
+  if (got > 0) {
+    received.frame.assign(frame, frame + got);
     for (cmsghdr *header = CMSG_FIRSTHDR(&message); header != nullptr;
          header = CMSG_NXTHDR(&message, header)) {
       size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+      received.descriptors += count;
       for (size_t i = 0; i < count; ++i) {
         int fd;
         std::memcpy(&fd, CMSG_DATA(header) + i * sizeof(int), sizeof fd);
@@ -58,6 +62,7 @@ void RawHub::ServeOne(const std::vector<uint8_t> &openStatus, const uint8_t *ans
     }
   }
   close(session);
+  return received;
 }
 
 }  // namespace pelarix::vhub

@@ -20,8 +20,16 @@ class RawHub {
   RawHub &operator=(const RawHub &) = delete;
 
   bool Listening() const { return listenFd_ >= 0; }
+  // What ServeOne read: the first bytes of the request frame (64 at most)
+  // and the number of descriptors that came with them.
+  struct Received {
+    std::vector<uint8_t> frame;
+    size_t descriptors = 0;
+  };
+
   // Serves one connection on the calling thread.
-  void ServeOne(const std::vector<uint8_t> &openStatus, const uint8_t *answer, size_t answerSize);
+  Received ServeOne(const std::vector<uint8_t> &openStatus, const uint8_t *answer,
+                    size_t answerSize);
 
  private:
   std::string path_;
