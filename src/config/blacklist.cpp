@@ -22,7 +22,9 @@ constexpr size_t kProductDigitsOffset = 20;
 template <typename T>
 T SwapToHostOrder(uint8_t *field) {
   T value = 0;
-  for (size_t i = 0; i < sizeof(T); ++i) value = static_cast<T>((value << 8) | field[i]);
+  for (size_t i = 0; i < sizeof(T); ++i) {
+    value = static_cast<T>((value << 8) | field[i]);
+  }
   std::memcpy(field, &value, sizeof(T));
   return value;
 }
@@ -47,7 +49,9 @@ BlacklistRecord SwapRecord(uint8_t *bytes) {
 
 // Both versions 0: every system.
 bool AppliesTo(const BlacklistRecord &record, uint32_t major, uint32_t minor) {
-  if (record.osMajor == 0 && record.osMinor == 0) return true;
+  if (record.osMajor == 0 && record.osMinor == 0) {
+    return true;
+  }
   return record.osMajor == major && record.osMinor == minor;
 }
 
@@ -62,7 +66,9 @@ void AddBlacklistEntry(const BlacklistRecord &record, uint32_t index, HDevFilter
     return;
   }
   for (size_t digit = 0; digit < 4; ++digit) {
-    if ((record.wildcardMask & (1u << digit)) != 0) entry[kProductDigitsOffset + digit] = '*';
+    if ((record.wildcardMask & (1u << digit)) != 0) {
+      entry[kProductDigitsOffset + digit] = '*';
+    }
   }
   ordo::usb::AddFilterString(manager, entry, static_cast<uint32_t>(length) + 1);
   LogMessage(kLogSettings, u"Added blacklist entry to exclude vid/pid, value: %S", entry);
@@ -71,7 +77,9 @@ void AddBlacklistEntry(const BlacklistRecord &record, uint32_t index, HDevFilter
 }  // namespace
 
 void ApplyBlacklist(SessionSettings *settings, HDevFilterMgrAgent *manager) {
-  if (settings->noncdl == nullptr) return;
+  if (settings->noncdl == nullptr) {
+    return;
+  }
   if (settings->noncdlLength % kBlacklistRecordBytes != 0) {
     LogMessage(kLogFailure, u"Failed to set blacklist, length mismatch");
     return;
@@ -81,8 +89,11 @@ void ApplyBlacklist(SessionSettings *settings, HDevFilterMgrAgent *manager) {
   platform::GetSystemVersion(&major, &minor);
   const uint32_t count = settings->noncdlLength / kBlacklistRecordBytes;
   for (uint32_t index = 0; index < count; ++index) {
-    const BlacklistRecord record = SwapRecord(settings->noncdl + index * kBlacklistRecordBytes);
-    if (AppliesTo(record, major, minor)) AddBlacklistEntry(record, index, manager);
+    const BlacklistRecord record =
+        SwapRecord(settings->noncdl + static_cast<size_t>(index) * kBlacklistRecordBytes);
+    if (AppliesTo(record, major, minor)) {
+      AddBlacklistEntry(record, index, manager);
+    }
   }
 }
 

@@ -62,14 +62,18 @@ uint32_t ReadDeviceFlags(const DeviceKeys &keys, HDevFilterMgrAgent *filterManag
   uint32_t found = 0;
   uint32_t flags =
       ReadDwordSetting(keys.devicePolicy, keys.device, 0, 0, kNoBound, &found, "DeviceFlags");
-  if (found != 0) return flags;
+  if (found != 0) {
+    return flags;
+  }
   ordo::usb::DevFamily *family = nullptr;
   if (!ordo::usb::GetDeviceFamilyInfo(filterManager, deviceDesc, configDesc, &family)) {
     LogMessage(kLogFailure, u"Failed to get family info, device: %p", device);
   } else if (ordo::usb::IsAudioFamily(family, ordo::usb::kAudioOut)) {
     flags = ReadDwordSetting(keys.defaultPolicy, keys.general, 0, 0, kNoBound, &found,
                              "AudioOutDeviceFlags");
-    if (found != 0) LogMessage(kLogLifecycle, u"Using AudioOutDeviceFlags for device: %p", device);
+    if (found != 0) {
+      LogMessage(kLogLifecycle, u"Using AudioOutDeviceFlags for device: %p", device);
+    }
   }
   if (found == 0) {
     flags = ReadDwordSetting(keys.defaultPolicy, keys.general, 0, 0, kNoBound, nullptr,

@@ -18,11 +18,17 @@ PelarixStatus CopyFilterBlob(PelarixSession *session, uint32_t *bufferLength, vo
   *bufferLength = 0;
   *buffer = nullptr;
   HDevFilterMgrAgent *manager = session->filterManager;
-  if (manager == nullptr) return Pelarix_Success;
+  if (manager == nullptr) {
+    return Pelarix_Success;
+  }
   const uint32_t size = ordo::usb::GetFilterManagerBlob(manager, nullptr);
-  if (size == 0) return Pelarix_Success;  // the agent has no filter
+  if (size == 0) {
+    return Pelarix_Success;  // the agent has no filter
+  }
   auto *blob = static_cast<uint8_t *>(std::malloc(size));
-  if (blob == nullptr) return Pelarix_OutOfMemory;
+  if (blob == nullptr) {
+    return Pelarix_OutOfMemory;
+  }
   // The list is not written after the session's creation, so the two calls
   // cannot disagree; the check guards the length the client will trust.
   if (ordo::usb::GetFilterManagerBlob(manager, blob) != size) {

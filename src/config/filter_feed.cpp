@@ -31,7 +31,9 @@ HDevFilterMgrAgent *FeedFilterManager(SessionSettings *settings, int32_t logLeve
   // letter, coming last, decides the key's sequencing.
   ApplyBlacklist(settings, manager);
   for (const SettingString &setting : settings->filterStrings) {
-    if (setting.text != nullptr) ordo::usb::AddFilterString(manager, setting.text, setting.length);
+    if (setting.text != nullptr) {
+      ordo::usb::AddFilterString(manager, setting.text, setting.length);
+    }
   }
   return manager;
 }

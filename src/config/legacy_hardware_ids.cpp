@@ -34,7 +34,9 @@ HardwareId ScanHardwareId(char *entry) {
 char *CopyText(const char *text, uint32_t *length) {
   const size_t bytes = std::strlen(text) + 1;
   auto *copy = static_cast<char *>(std::calloc(bytes, 1));
-  if (copy == nullptr) return nullptr;
+  if (copy == nullptr) {
+    return nullptr;
+  }
   std::memcpy(copy, text, bytes);
   *length = static_cast<uint32_t>(bytes);
   return copy;
@@ -42,7 +44,9 @@ char *CopyText(const char *text, uint32_t *length) {
 
 char *RewriteSingleId(char *raw, const char *prefix, const char *name, uint32_t *length) {
   const HardwareId id = ScanHardwareId(raw);
-  if (id.vendor == 0 || id.product == 0) return nullptr;
+  if (id.vendor == 0 || id.product == 0) {
+    return nullptr;
+  }
   char text[kLegacyTextBytes];
   if (std::snprintf(text, sizeof text, "%svid-%.4x_pid-%.4x;", prefix, id.vendor, id.product) < 0) {
     LogMessage(kLogFailure, u"Failed to read configuration setting, value write error, name: %S",
@@ -58,11 +62,15 @@ char *RewriteSingleId(char *raw, const char *prefix, const char *name, uint32_t 
 char *RewriteIdList(char *raw, uint32_t rawSize, const char *prefix, uint32_t *length) {
   char text[kLegacyTextBytes];
   int used = std::snprintf(text, sizeof text, "%s", prefix);
-  if (used < 0 || static_cast<size_t>(used) >= sizeof text) return nullptr;
+  if (used < 0 || static_cast<size_t>(used) >= sizeof text) {
+    return nullptr;
+  }
   const char *end = raw + rawSize;
   for (char *entry = raw; entry < end && *entry != '\0'; entry += std::strlen(entry) + 1) {
     const HardwareId id = ScanHardwareId(entry);
-    if (id.vendor == 0 || id.product == 0) continue;
+    if (id.vendor == 0 || id.product == 0) {
+      continue;
+    }
     const size_t room = sizeof text - static_cast<size_t>(used);
     const int added = std::snprintf(text + used, room, "vid-%.4x_pid-%.4x;", id.vendor, id.product);
     if (added < 0 || static_cast<size_t>(added) >= room) {
@@ -95,7 +103,9 @@ char *ReadLegacyHardwareIds(platform::RegistryKey generalKey, const char *prefix
   auto *raw = reinterpret_cast<char *>(
       ReadValueBehindPrefix(generalKey, kLegacyValueName, "", size,
                             u"Failed to read configuration setting, name: HardwareIDFilters"));
-  if (raw == nullptr) return nullptr;
+  if (raw == nullptr) {
+    return nullptr;
+  }
   char *text = type == platform::kRegSz ? RewriteSingleId(raw, prefix, name, length)
                                         : RewriteIdList(raw, size, prefix, length);
   if (text != nullptr) {

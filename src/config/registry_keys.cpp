@@ -21,12 +21,16 @@ void FormatDeviceKeyPath(char (&path)[kDeviceKeyPathBytes], uint16_t vendorId, u
 
 platform::RegistryKey OpenSettingsKey(const char *path, uint32_t access) {
   platform::RegistryKey key = nullptr;
-  if (platform::RegistryOpenKey(path, access, &key) != platform::kErrorSuccess) key = nullptr;
+  if (platform::RegistryOpenKey(path, access, &key) != platform::kErrorSuccess) {
+    key = nullptr;
+  }
   return key;
 }
 
 void CloseSettingsKey(platform::RegistryKey key) {
-  if (key != nullptr) platform::RegistryCloseKey(key);
+  if (key != nullptr) {
+    platform::RegistryCloseKey(key);
+  }
 }
 
 }  // namespace pelarix

@@ -11,7 +11,9 @@ namespace {
 
 bool AllFilterStringsAbsent(const SessionSettings &settings) {
   for (const SettingString &setting : settings.filterStrings) {
-    if (setting.text != nullptr) return false;
+    if (setting.text != nullptr) {
+      return false;
+    }
   }
   return true;
 }
@@ -40,13 +42,17 @@ void ReadSessionSettings(SessionSettings *settings) {
   settings->expectedItemLength =
       ReadDwordSetting(policy, general, kDefaultExpectedItemLength, kMinExpectedItemLength,
                        kMaxExpectedItemLength, nullptr, "ExpectedItemLength");
-  if (policy != nullptr || general != nullptr) ReadFilterStrings(policy, general, settings);
+  if (policy != nullptr || general != nullptr) {
+    ReadFilterStrings(policy, general, settings);
+  }
   CloseSettingsKey(policy);
   CloseSettingsKey(general);
 }
 
 void FreeSessionSettings(SessionSettings *settings) {
-  for (SettingString &setting : settings->filterStrings) std::free(setting.text);
+  for (SettingString &setting : settings->filterStrings) {
+    std::free(setting.text);
+  }
   std::free(settings->noncdl);
   *settings = SessionSettings{};
 }

@@ -1,5 +1,6 @@
 #include "config/settings_reader.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -41,7 +42,9 @@ bool QueryDword(RegistryKey key, const char *name, const char16_t *wrongType, ui
     return false;
   }
   if (type == platform::kRegDword) {
-    if (found != nullptr) *found = 1;
+    if (found != nullptr) {
+      *found = 1;
+    }
   } else {
     LogMessage(kLogFailure, wrongType, name);
   }
@@ -73,7 +76,9 @@ bool ReadStringFrom(RegistryKey key, const char *prefix, const char *name,
                     const KeyMessages &messages, uint32_t *length, char **text) {
   uint32_t size = 0;
   const Presence presence = ProbeValue(key, name, platform::kRegSz, messages.wrongType, &size);
-  if (presence != Presence::kPresent) return presence == Presence::kWrongType;
+  if (presence != Presence::kPresent) {
+    return presence == Presence::kWrongType;
+  }
   *length = size + static_cast<uint32_t>(std::strlen(prefix));
   *text =
       reinterpret_cast<char *>(ReadValueBehindPrefix(key, name, prefix, size, messages.readFailed));
@@ -87,8 +92,12 @@ bool ReadBinaryFrom(RegistryKey key, const char *name, const KeyMessages &messag
                     uint32_t *length, uint8_t **data) {
   uint32_t size = 0;
   const Presence presence = ProbeValue(key, name, platform::kRegBinary, messages.wrongType, &size);
-  if (presence != Presence::kPresent) return presence == Presence::kWrongType;
-  if (size == 0) return false;
+  if (presence != Presence::kPresent) {
+    return presence == Presence::kWrongType;
+  }
+  if (size == 0) {
+    return false;
+  }
   *length = size;
   *data = ReadValueBehindPrefix(key, name, "", size, messages.readFailed);
   return true;
@@ -100,8 +109,10 @@ uint8_t *ReadValueBehindPrefix(platform::RegistryKey key, const char *name, cons
                                uint32_t size, const char16_t *readFailed) {
   const size_t prefixLength = std::strlen(prefix);
   auto *block = static_cast<uint8_t *>(std::calloc(prefixLength + size + 1, 1));
-  if (block == nullptr) return nullptr;
-  std::memcpy(block, prefix, prefixLength);
+  if (block == nullptr) {
+    return nullptr;
+  }
+  std::copy_n(prefix, prefixLength, block);
   uint32_t type = platform::kRegNone;
   uint32_t read = size;
   if (platform::RegistryQueryValue(key, name, &type, block + prefixLength, &read) !=
@@ -116,17 +127,27 @@ uint8_t *ReadValueBehindPrefix(platform::RegistryKey key, const char *name, cons
 uint32_t ReadDwordSetting(RegistryKey policyKey, RegistryKey localKey, uint32_t defaultValue,
                           uint32_t minimum, uint32_t maximum, uint32_t *found, const char *name) {
   uint8_t bytes[4];
-  for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(defaultValue >> (8 * i));
-  if (found != nullptr) *found = 0;
+  for (int i = 0; i < 4; ++i) {
+    bytes[i] = static_cast<uint8_t>(defaultValue >> (8 * i));
+  }
+  if (found != nullptr) {
+    *found = 0;
+  }
   const bool decided =
       policyKey != nullptr && QueryDword(policyKey, name, kPolicyString.wrongType, bytes, found);
   if (!decided && localKey != nullptr) {
     QueryDword(localKey, name, kLocalString.wrongType, bytes, found);
   }
   uint32_t value = 0;
-  for (int i = 0; i < 4; ++i) value |= static_cast<uint32_t>(bytes[i]) << (8 * i);
-  if (value < minimum) value = minimum;
-  if (value > maximum) value = maximum;
+  for (int i = 0; i < 4; ++i) {
+    value |= static_cast<uint32_t>(bytes[i]) << (8 * i);
+  }
+  if (value < minimum) {
+    value = minimum;
+  }
+  if (value > maximum) {
+    value = maximum;
+  }
   LogMessage(kLogSettings, u"Effective configuration setting, name: %S, value: %d", name, value);
   return value;
 }

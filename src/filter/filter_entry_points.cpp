@@ -23,7 +23,9 @@ void SetFilterManagerLog(HDevFilterMgrAgent * /*manager*/, LogHook hook, uint32_
 }
 
 void AddFilterString(HDevFilterMgrAgent *manager, const char *text, uint32_t /*length*/) {
-  if (manager == nullptr || text == nullptr) return;
+  if (manager == nullptr || text == nullptr) {
+    return;
+  }
   try {
     manager->AddFilterRule(text);
   } catch (const std::bad_alloc &) {
@@ -32,12 +34,16 @@ void AddFilterString(HDevFilterMgrAgent *manager, const char *text, uint32_t /*l
 }
 
 void ClearFilterStrings(HDevFilterMgrAgent *manager) {
-  if (manager != nullptr) manager->ClearFilterRules();
+  if (manager != nullptr) {
+    manager->ClearFilterRules();
+  }
 }
 
 bool IsDeviceAllowedByFilter(HDevFilterMgrAgent *manager, const uint8_t *deviceDesc,
                              const uint8_t *configDesc) {
-  if (manager == nullptr) return false;
+  if (manager == nullptr) {
+    return false;
+  }
   try {
     return manager->IsDeviceAllowed(deviceDesc, configDesc);
   } catch (const std::bad_alloc &) {
@@ -47,9 +53,13 @@ bool IsDeviceAllowedByFilter(HDevFilterMgrAgent *manager, const uint8_t *deviceD
 
 bool GetDeviceFamilyInfo(HDevFilterMgrAgent *manager, const uint8_t *deviceDesc,
                          const uint8_t *configDesc, DevFamily **family) {
-  if (manager == nullptr || family == nullptr) return false;
+  if (manager == nullptr || family == nullptr) {
+    return false;
+  }
   auto *found = new (std::nothrow) DevFamily();
-  if (found == nullptr) return false;
+  if (found == nullptr) {
+    return false;
+  }
   bool allowed = false;
   try {
     allowed = manager->GetDeviceFamily(deviceDesc, configDesc, *found);
@@ -65,9 +75,15 @@ void FreeDeviceFamilyInfo(DevFamily *family) {
 }
 
 bool IsAudioFamily(const DevFamily *family, uint32_t direction) {
-  if (family == nullptr || (family->base & kFamilyAudio) == 0) return false;
-  if (direction == kAudioOut) return (family->sub & kSubFamilyAudioOut) != 0;
-  if (direction == kAudioIn) return (family->sub & kSubFamilyAudioIn) != 0;
+  if (family == nullptr || (family->base & kFamilyAudio) == 0) {
+    return false;
+  }
+  if (direction == kAudioOut) {
+    return (family->sub & kSubFamilyAudioOut) != 0;
+  }
+  if (direction == kAudioIn) {
+    return (family->sub & kSubFamilyAudioIn) != 0;
+  }
   return false;
 }
 
@@ -76,7 +92,9 @@ uint32_t GetFilterManagerBlob(HDevFilterMgrAgent *manager, uint8_t *buffer) {
 }
 
 bool ReadFilterManagerBlob(HDevFilterMgrAgent *manager, const uint8_t *blob) {
-  if (manager == nullptr) return false;
+  if (manager == nullptr) {
+    return false;
+  }
   try {
     return manager->ReadFilterBlob(blob);
   } catch (const std::bad_alloc &) {
@@ -85,7 +103,9 @@ bool ReadFilterManagerBlob(HDevFilterMgrAgent *manager, const uint8_t *blob) {
 }
 
 bool ReadFilterManagerBlob(HDevFilterMgrAgent *manager, const uint8_t *blob, uint32_t length) {
-  if (manager == nullptr) return false;
+  if (manager == nullptr) {
+    return false;
+  }
   try {
     return manager->ReadFilterBlob(blob, length);
   } catch (const std::bad_alloc &) {

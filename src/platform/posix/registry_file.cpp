@@ -43,12 +43,20 @@ const char *RegistryFilePath() {
 uint32_t ReadRegistryFile(std::string *contents) {
   const std::filesystem::path path(RegistryFilePath());
   std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) return kErrorFileNotFound;
+  if (!std::filesystem::is_regular_file(path, error)) {
+    return kErrorFileNotFound;
+  }
   const std::uintmax_t size = std::filesystem::file_size(path, error);
-  if (error) return kErrorFileNotFound;
-  if (size > kMaxRegistryFileBytes) return kErrorNotEnoughMemory;
+  if (error) {
+    return kErrorFileNotFound;
+  }
+  if (size > kMaxRegistryFileBytes) {
+    return kErrorNotEnoughMemory;
+  }
   std::ifstream in(path, std::ios::binary);
-  if (!in) return kErrorFileNotFound;
+  if (!in) {
+    return kErrorFileNotFound;
+  }
   contents->assign(static_cast<size_t>(size), '\0');
   in.read(contents->data(), static_cast<std::streamsize>(size));
   contents->resize(static_cast<size_t>(in.gcount()));
@@ -58,10 +66,14 @@ uint32_t ReadRegistryFile(std::string *contents) {
 uint32_t OpenKeyFromFile(const char *path, RegistryKey *out) {
   std::string contents;
   const uint32_t error = ReadRegistryFile(&contents);
-  if (error != kErrorSuccess) return error;
+  if (error != kErrorSuccess) {
+    return error;
+  }
   const RegistryFile file = RegistryFile::Parse(contents);
   const RegistryFileKey *key = file.FindKey(path);
-  if (key == nullptr) return kErrorFileNotFound;
+  if (key == nullptr) {
+    return kErrorFileNotFound;
+  }
   *out = new RegistryKeyObject{*key};
   return kErrorSuccess;
 }
@@ -86,23 +98,35 @@ uint32_t RegistryOpenKey(const char *path, uint32_t access, RegistryKey *out) {
 
 uint32_t RegistryQueryValue(RegistryKey key, const char *name, uint32_t *type, uint8_t *data,
                             uint32_t *size) {
-  if (key == nullptr) return kErrorInvalidHandle;
-  if (data != nullptr && size == nullptr) return kErrorInvalidParameter;
+  if (key == nullptr) {
+    return kErrorInvalidHandle;
+  }
+  if (data != nullptr && size == nullptr) {
+    return kErrorInvalidParameter;
+  }
   const RegistryFileValue *found = FindRegistryValue(key->values, name == nullptr ? "" : name);
-  if (found == nullptr) return kErrorFileNotFound;
+  if (found == nullptr) {
+    return kErrorFileNotFound;
+  }
   const RegistryFileValue &value = *found;
   // The file is bounded far below 4 GiB, so every value's size fits.
   const auto needed = static_cast<uint32_t>(value.data.size());
-  if (type != nullptr) *type = value.type;
+  if (type != nullptr) {
+    *type = value.type;
+  }
   if (data == nullptr) {
-    if (size != nullptr) *size = needed;
+    if (size != nullptr) {
+      *size = needed;
+    }
     return kErrorSuccess;
   }
   if (*size < needed) {
     *size = needed;
     return kErrorMoreData;
   }
-  if (needed != 0) std::memcpy(data, value.data.data(), needed);
+  if (needed != 0) {
+    std::memcpy(data, value.data.data(), needed);
+  }
   *size = needed;
   return kErrorSuccess;
 }

@@ -18,14 +18,20 @@ char AsciiLower(char c) {
 
 std::string AsciiLowerCopy(std::string_view text) {
   std::string lowered(text);
-  for (char &c : lowered) c = AsciiLower(c);
+  for (char &c : lowered) {
+    c = AsciiLower(c);
+  }
   return lowered;
 }
 
 bool StartsWithNoCase(std::string_view text, std::string_view prefix) {
-  if (text.size() < prefix.size()) return false;
+  if (text.size() < prefix.size()) {
+    return false;
+  }
   for (size_t i = 0; i < prefix.size(); ++i) {
-    if (AsciiLower(text[i]) != AsciiLower(prefix[i])) return false;
+    if (AsciiLower(text[i]) != AsciiLower(prefix[i])) {
+      return false;
+    }
   }
   return true;
 }
@@ -35,12 +41,16 @@ bool IsBlank(char c) {
 }
 
 std::string_view TrimLeft(std::string_view text) {
-  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.front())) {
+    text.remove_prefix(1);
+  }
   return text;
 }
 
 std::string_view TrimRight(std::string_view text) {
-  while (!text.empty() && (IsBlank(text.back()) || text.back() == '\r')) text.remove_suffix(1);
+  while (!text.empty() && (IsBlank(text.back()) || text.back() == '\r')) {
+    text.remove_suffix(1);
+  }
   return text;
 }
 
@@ -49,19 +59,27 @@ std::string_view Trim(std::string_view text) {
 }
 
 int HexDigitValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= '0' && c <= '9') {
+    return c - '0';
+  }
   c = AsciiLower(c);
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'a' && c <= 'f') {
+    return c - 'a' + 10;
+  }
   return -1;
 }
 
 // 1 to maxDigits hexadecimal digits and nothing else.
 bool ParseHexNumber(std::string_view text, size_t maxDigits, uint32_t *value) {
-  if (text.empty() || text.size() > maxDigits) return false;
+  if (text.empty() || text.size() > maxDigits) {
+    return false;
+  }
   uint32_t result = 0;
   for (char c : text) {
     const int digit = HexDigitValue(c);
-    if (digit < 0) return false;
+    if (digit < 0) {
+      return false;
+    }
     result = (result << 4) | static_cast<uint32_t>(digit);
   }
   *value = result;
@@ -151,7 +169,9 @@ LineBody StripComment(std::string_view line) {
 // A quoted text at *pos with the editor's two escapes, \\ and \". Any other
 // escape makes the line unreadable rather than guess what was meant.
 bool ReadQuoted(std::string_view line, size_t *pos, std::string *out) {
-  if (*pos >= line.size() || line[*pos] != '"') return false;
+  if (*pos >= line.size() || line[*pos] != '"') {
+    return false;
+  }
   for (size_t i = *pos + 1; i < line.size(); ++i) {
     const char c = line[i];
     if (c == '"') {
@@ -159,7 +179,9 @@ bool ReadQuoted(std::string_view line, size_t *pos, std::string *out) {
       return true;
     }
     if (c == '\\') {
-      if (i + 1 >= line.size() || (line[i + 1] != '\\' && line[i + 1] != '"')) return false;
+      if (i + 1 >= line.size() || (line[i + 1] != '\\' && line[i + 1] != '"')) {
+        return false;
+      }
       ++i;
       out->push_back(line[i]);
     } else {
@@ -177,9 +199,13 @@ bool ParseHexList(std::string_view text, std::vector<uint8_t> *out) {
     const size_t comma = text.find(',');
     const std::string_view token = Trim(text.substr(0, comma));
     uint32_t byte = 0;
-    if (!ParseHexNumber(token, 2, &byte)) return false;
+    if (!ParseHexNumber(token, 2, &byte)) {
+      return false;
+    }
     out->push_back(static_cast<uint8_t>(byte));
-    if (comma == std::string_view::npos) break;
+    if (comma == std::string_view::npos) {
+      break;
+    }
     text = TrimLeft(text.substr(comma + 1));
   }
   return true;
@@ -193,10 +219,14 @@ enum class Hive { kLocalMachine, kOther, kUnknown };
 
 Hive HiveOf(std::string_view name) {
   const std::string lowered = AsciiLowerCopy(name);
-  if (lowered == "hkey_local_machine" || lowered == "hklm") return Hive::kLocalMachine;
+  if (lowered == "hkey_local_machine" || lowered == "hklm") {
+    return Hive::kLocalMachine;
+  }
   for (std::string_view other : {"hkey_current_user", "hkcu", "hkey_classes_root", "hkcr",
                                  "hkey_users", "hku", "hkey_current_config", "hkcc"}) {
-    if (lowered == other) return Hive::kOther;
+    if (lowered == other) {
+      return Hive::kOther;
+    }
   }
   return Hive::kUnknown;
 }
@@ -204,7 +234,9 @@ Hive HiveOf(std::string_view name) {
 }  // namespace
 
 std::string NormalizeRegistryPath(std::string_view path) {
-  while (!path.empty() && path.back() == '\\') path.remove_suffix(1);
+  while (!path.empty() && path.back() == '\\') {
+    path.remove_suffix(1);
+  }
   return AsciiLowerCopy(path);
 }
 
@@ -232,7 +264,9 @@ void RegistryFile::ParseText(std::string_view text) {
     text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
     const LineBody body = StripComment(physical);
     std::string_view piece = TrimRight(body.text);
-    if (continuing) piece = TrimLeft(piece);
+    if (continuing) {
+      piece = TrimLeft(piece);
+    }
     if (!piece.empty() && piece.back() == '\\' && !body.quoteOpen) {
       logical.append(piece.substr(0, piece.size() - 1));
       continuing = true;
@@ -246,7 +280,9 @@ void RegistryFile::ParseText(std::string_view text) {
         headerSeen = true;
         hasHeader_ = line == kHeaderVersion5 || line == kHeaderVersion4;
         unicodeFile_ = line == kHeaderVersion5;
-        if (!hasHeader_) return;
+        if (!hasHeader_) {
+          return;
+        }
       }
     } else {
       ParseLogicalLine(line, &section);
@@ -256,27 +292,39 @@ void RegistryFile::ParseText(std::string_view text) {
 }
 
 void RegistryFile::ParseLogicalLine(std::string_view line, Section *section) {
-  if (line.empty()) return;
+  if (line.empty()) {
+    return;
+  }
   bool readable = false;
   if (line.front() == '[') {
     readable = OpenSection(line, section);
   } else if ((line.front() == '"' || line.front() == '@') && section->state != Section::kNone) {
     readable = ParseValueLine(line, *section);
   }
-  if (!readable) ++malformedLines_;
+  if (!readable) {
+    ++malformedLines_;
+  }
 }
 
 bool RegistryFile::OpenSection(std::string_view line, Section *section) {
   section->state = Section::kNone;
-  if (line.size() < 2 || line.back() != ']') return false;
+  if (line.size() < 2 || line.back() != ']') {
+    return false;
+  }
   std::string_view inner = line.substr(1, line.size() - 2);
   const bool deletion = !inner.empty() && inner.front() == '-';
-  if (deletion) inner.remove_prefix(1);
+  if (deletion) {
+    inner.remove_prefix(1);
+  }
   const size_t slash = inner.find('\\');
   const Hive hive = HiveOf(inner.substr(0, slash));
-  if (hive == Hive::kUnknown) return false;
+  if (hive == Hive::kUnknown) {
+    return false;
+  }
   section->state = Section::kIgnored;
-  if (hive != Hive::kLocalMachine) return true;
+  if (hive != Hive::kLocalMachine) {
+    return true;
+  }
   const std::string path = NormalizeRegistryPath(
       slash == std::string_view::npos ? std::string_view() : inner.substr(slash + 1));
   if (deletion) {
@@ -298,7 +346,9 @@ bool RegistryFile::ParseValueLine(std::string_view line, const Section &section)
     return false;
   }
   std::string_view rest = TrimLeft(line.substr(pos));
-  if (rest.empty() || rest.front() != '=') return false;
+  if (rest.empty() || rest.front() != '=') {
+    return false;
+  }
   rest = TrimLeft(rest.substr(1));
 
   RegistryFileValue value;
@@ -306,7 +356,9 @@ bool RegistryFile::ParseValueLine(std::string_view line, const Section &section)
   if (!rest.empty() && rest.front() == '"') {
     std::string text;
     size_t end = 0;
-    if (!ReadQuoted(rest, &end, &text) || !Trim(rest.substr(end)).empty()) return false;
+    if (!ReadQuoted(rest, &end, &text) || !Trim(rest.substr(end)).empty()) {
+      return false;
+    }
     value.type = kRegSz;
     value.data.assign(text.begin(), text.end());
     value.data.push_back(0);
@@ -314,14 +366,18 @@ bool RegistryFile::ParseValueLine(std::string_view line, const Section &section)
     removal = true;
   } else if (StartsWithNoCase(rest, "dword:")) {
     uint32_t number = 0;
-    if (!ParseHexNumber(rest.substr(6), 8, &number)) return false;
+    if (!ParseHexNumber(rest.substr(6), 8, &number)) {
+      return false;
+    }
     value.type = kRegDword;
     for (int shift = 0; shift < 32; shift += 8) {
       value.data.push_back(static_cast<uint8_t>(number >> shift));
     }
   } else if (StartsWithNoCase(rest, "hex:")) {
     value.type = kRegBinary;
-    if (!ParseHexList(rest.substr(4), &value.data)) return false;
+    if (!ParseHexList(rest.substr(4), &value.data)) {
+      return false;
+    }
   } else if (StartsWithNoCase(rest, "hex(")) {
     const size_t close = rest.find("):");
     if (close == std::string_view::npos ||
@@ -337,7 +393,9 @@ bool RegistryFile::ParseValueLine(std::string_view line, const Section &section)
     return false;
   }
 
-  if (section.state != Section::kKey) return true;
+  if (section.state != Section::kKey) {
+    return true;
+  }
   RegistryFileKey &key = keys_[section.path];
   if (removal) {
     key.erase(AsciiLowerCopy(name));
@@ -362,7 +420,9 @@ bool RegistryFile::IsBelow(const std::string &key, const std::string &path) {
 void RegistryFile::DeleteKeyTree(const std::string &path) {
   keys_.erase(path);
   auto last = FirstKeyBelow(path);
-  while (last != keys_.end() && IsBelow(last->first, path)) ++last;
+  while (last != keys_.end() && IsBelow(last->first, path)) {
+    ++last;
+  }
   keys_.erase(FirstKeyBelow(path), last);
 }
 
@@ -377,7 +437,9 @@ const RegistryFileKey *RegistryFile::FindKey(std::string_view path) const {
   static const RegistryFileKey kKeyWithoutValues;
   const std::string normalized = NormalizeRegistryPath(path);
   const auto it = keys_.find(normalized);
-  if (it != keys_.end()) return &it->second;
+  if (it != keys_.end()) {
+    return &it->second;
+  }
   const auto below = FirstKeyBelow(normalized);
   return below != keys_.end() && IsBelow(below->first, normalized) ? &kKeyWithoutValues : nullptr;
 }
