@@ -14,6 +14,9 @@ namespace {
 constexpr uint8_t kCommClass = 0x02;
 constexpr uint8_t kVideoClass = 0x0E;
 constexpr uint8_t kVideoInterfaceCollection = 0x03;
+// The sub-family answered for an interface number that no interface has;
+// the filter's outcomes rest on this value.
+constexpr uint32_t kNoInterfaceSubFamily = 2;
 
 // A device that declares itself a communications device at device level
 // (class 2, subclass 0, protocol 0) is the only one whose union functional
@@ -188,7 +191,7 @@ DevFamily UsbDeviceConfig::Configuration::GetInterfaceFamily(uint8_t number) con
     family.base |= one.base;
     if (one.sub != kSubFamilyUnknown) family.sub |= one.sub;
   }
-  if (family.base == 0) family.sub = kSubFamilyKeyboard;
+  if (family.base == 0) family.sub = kNoInterfaceSubFamily;
   if (family.sub == 0) family.sub = kSubFamilyUnknown;
   return family;
 }
