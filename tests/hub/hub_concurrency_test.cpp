@@ -5,6 +5,7 @@
 
 #include "hub/hub_control_codes.h"
 #include "hub/hub_records.h"
+#include "hub/hub_request.h"
 #include "hub/hub_requests.h"
 #include "hub_fixture.h"
 
@@ -75,6 +76,40 @@ TEST_F(HubConcurrencyTest, HubRaisesTheEventFromItsThreadForAWaitingPump) {
   EXPECT_EQ(Model().QueuedItems(), 0u);
   EXPECT_EQ(platform::WaitForEvent(event, 0), platform::kWaitTimeout);
   platform::CloseEvent(event);
+}
+
+// A request held in flight by the hub does not hold up the others on the
+// same connection, and gets its own answer when released.
+TEST_F(HubConcurrencyTest, HeldRequestWaitsWhileOthersPass) {
+  Connect();
+  Model().HoldAnswer(IOCTL_HUB_GET_NEXT_PLUG_NUMBER, vhub::HubAnswer{true, 0, {7, 0, 0, 0}});
+  uint32_t plugNo = 0;
+  PelarixStatus heldStatus = Pelarix_Failure;
+  std::thread held([&] { heldStatus = HubGetNextPlugNumber(connection_, nullptr, &plugNo); });
+  ASSERT_TRUE(Model().WaitForHeld(1, 10000));
+  uint32_t id = 0;
+  EXPECT_EQ(HubGetUniqueItemId(connection_, nullptr, &id), Pelarix_Success);
+  EXPECT_EQ(id, 1u);
+  EXPECT_FALSE(Model().ReleaseHeld(IOCTL_HUB_GET_UNIQUE_ITEM_ID));
+  EXPECT_TRUE(Model().ReleaseHeld(IOCTL_HUB_GET_NEXT_PLUG_NUMBER));
+  held.join();
+  EXPECT_EQ(heldStatus, Pelarix_Success);
+  EXPECT_EQ(plugNo, 7u);
+}
+
+TEST_F(HubConcurrencyTest, HeldRequestOfAStoppedHubIsDeviceNotConnected) {
+  Connect();
+  Model().HoldAnswer(IOCTL_HUB_GET_VERSION, {});
+  uint32_t bytes = 0;
+  uint32_t version = 0;
+  uint32_t error = 0;
+  std::thread held([&] {
+    error = HubRequest(connection_, IOCTL_HUB_GET_VERSION, &version, 4, &version, 4, &bytes);
+  });
+  ASSERT_TRUE(Model().WaitForHeld(1, 10000));
+  hubs_.front()->Stop();
+  held.join();
+  EXPECT_EQ(error, 1167u);
 }
 
 }  // namespace

@@ -67,6 +67,7 @@ HubModel::HubModel(uint32_t version, Logger logger, bool keepRecords)
     : logger_(std::move(logger)), version_(version), keepRecords_(keepRecords) {}
 
 HubModel::~HubModel() {
+  for (const HeldReply &held : held_) close(held.replyFd);
   if (eventFd_ >= 0) close(eventFd_);
 }
 
@@ -95,6 +96,8 @@ void HubModel::CloseSession() {
   plugged_.clear();
   DropQueuedItems(std::nullopt);
   lastDelivered_.reset();
+  for (const HeldReply &held : held_) close(held.replyFd);  // their callers see a hang-up
+  held_.clear();
   if (eventFd_ >= 0) close(eventFd_);
   eventFd_ = -1;
   raised_ = false;
@@ -104,7 +107,7 @@ void HubModel::CloseSession() {
 }
 
 HubAnswer HubModel::Handle(uint32_t code, const uint8_t *input, uint32_t inputLength,
-                           uint32_t outputCapacity, int eventFd) {
+                           uint32_t outputCapacity, int eventFd, bool *hold) {
   std::lock_guard<std::mutex> lock(mutex_);
   RequestRecord record;
   record.code = code;
@@ -116,6 +119,7 @@ HubAnswer HubModel::Handle(uint32_t code, const uint8_t *input, uint32_t inputLe
     Injection &next = injected->second.front();
     record.answer = next.answer;
     record.injected = true;
+    if (hold != nullptr) *hold = next.hold;
     if (next.times != kForever && --next.times == 0) injected->second.pop_front();
     if (eventFd >= 0) close(eventFd);
   } else {
@@ -337,7 +341,36 @@ uint32_t HubModel::QueueItem(const ItemSpec &item) {
 
 void HubModel::InjectAnswer(uint32_t code, HubAnswer answer, uint32_t times) {
   std::lock_guard<std::mutex> lock(mutex_);
-  injections_[code].push_back(Injection{std::move(answer), times});
+  injections_[code].push_back(Injection{std::move(answer), times, false});
+}
+
+void HubModel::HoldAnswer(uint32_t code, HubAnswer answer, uint32_t times) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  injections_[code].push_back(Injection{std::move(answer), times, true});
+}
+
+void HubModel::HoldReply(uint32_t code, int replyFd, HubAnswer answer) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  held_.push_back(HeldReply{code, replyFd, std::move(answer)});
+  heldChanged_.notify_all();
+}
+
+bool HubModel::ReleaseHeld(uint32_t code) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  auto held = std::find_if(held_.begin(), held_.end(),
+                           [code](const HeldReply &reply) { return reply.code == code; });
+  if (held == held_.end()) return false;
+  SendAnswer(held->replyFd, held->answer);
+  close(held->replyFd);
+  held_.erase(held);
+  Log(HubRequestName(code) + " released");
+  return true;
+}
+
+bool HubModel::WaitForHeld(size_t count, uint32_t timeoutMs) const {
+  std::unique_lock<std::mutex> lock(mutex_);
+  return heldChanged_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                               [this, count] { return held_.size() >= count; });
 }
 
 void HubModel::FailRequest(uint32_t code, uint32_t error, bool afterPending, uint32_t times) {

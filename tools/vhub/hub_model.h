@@ -89,8 +89,12 @@ class HubModel {
   void CloseSession();
   // One request. eventFd is the descriptor that came with
   // IOCTL_HUB_SET_NOTIFICATION_EVENT (or -1); the model owns it from here.
+  // *hold is set when a test asked to hold this request: its answer is then
+  // sent only by ReleaseHeld, through HoldReply.
   HubAnswer Handle(uint32_t code, const uint8_t *input, uint32_t inputLength,
-                   uint32_t outputCapacity, int eventFd);
+                   uint32_t outputCapacity, int eventFd, bool *hold = nullptr);
+  // Keeps the reply descriptor of a held request (the model owns it now).
+  void HoldReply(uint32_t code, int replyFd, HubAnswer answer);
 
   // --- a test's side --------------------------------------------------------
   void SetVersion(uint32_t version);
@@ -101,6 +105,13 @@ class HubModel {
   // The next `times` requests of this code (kForever: all) get this answer
   // and are not processed.
   void InjectAnswer(uint32_t code, HubAnswer answer, uint32_t times = 1);
+  // The same, but each such request stays unanswered (its caller waits)
+  // until ReleaseHeld: for requests that are in flight while others run.
+  void HoldAnswer(uint32_t code, HubAnswer answer, uint32_t times = 1);
+  // Answers the earliest held request of this code; false if none is held.
+  bool ReleaseHeld(uint32_t code);
+  // Waits until count requests are held; false on time-out.
+  bool WaitForHeld(size_t count, uint32_t timeoutMs) const;
   void FailRequest(uint32_t code, uint32_t error, bool afterPending, uint32_t times = 1);
   void ClearInjections();
   // Raises or clears the notification event by hand (the queue's own rule
@@ -141,6 +152,12 @@ class HubModel {
   struct Injection {
     HubAnswer answer;
     uint32_t times;
+    bool hold;
+  };
+  struct HeldReply {
+    uint32_t code;
+    int replyFd;
+    HubAnswer answer;
   };
 
   HubAnswer Process(uint32_t code, const uint8_t *input, uint32_t inputLength,
@@ -175,6 +192,8 @@ class HubModel {
   std::map<uint32_t, ItemTrack> items_;
   std::set<uint32_t> plugged_;
   std::map<uint32_t, std::deque<Injection>> injections_;
+  std::vector<HeldReply> held_;
+  mutable std::condition_variable heldChanged_;
   std::vector<RequestRecord> requests_;
   std::vector<std::vector<uint8_t>> pluginRecords_;
   std::vector<uint32_t> unplugs_;

@@ -1,5 +1,9 @@
 #include "request_frame.h"
 
+#include <sys/socket.h>
+
+#include <cerrno>
+
 namespace pelarix::vhub {
 
 uint32_t ReadU32(const uint8_t *at) {
@@ -36,6 +40,17 @@ std::vector<uint8_t> EncodeAnswer(const HubAnswer &answer) {
   AppendU32(frame, static_cast<uint32_t>(answer.output.size()));
   frame.insert(frame.end(), answer.output.begin(), answer.output.end());
   return frame;
+}
+
+bool SendBytes(int fd, const std::vector<uint8_t> &bytes) {
+  size_t done = 0;
+  while (done < bytes.size()) {
+    ssize_t sent = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent <= 0) return false;
+    done += static_cast<size_t>(sent);
+  }
+  return true;
 }
 
 }  // namespace pelarix::vhub

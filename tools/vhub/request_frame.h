@@ -41,6 +41,12 @@ struct HubAnswer {
 
 // The answer frame: header and output bytes.
 std::vector<uint8_t> EncodeAnswer(const HubAnswer &answer);
+// Sends all bytes on a socket; false if the other end is gone.
+bool SendBytes(int fd, const std::vector<uint8_t> &bytes);
+// Sends the answer frame on a reply descriptor.
+inline bool SendAnswer(int replyFd, const HubAnswer &answer) {
+  return SendBytes(replyFd, EncodeAnswer(answer));
+}
 
 // Little-endian helpers for the hub's side.
 uint32_t ReadU32(const uint8_t *at);

@@ -20,17 +20,6 @@ namespace {
 constexpr size_t kMaxPassedFds = 64;
 constexpr size_t kReadChunk = 64 * 1024;
 
-bool SendAll(int fd, const std::vector<uint8_t> &bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    ssize_t sent = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent <= 0) return false;
-    done += static_cast<size_t>(sent);
-  }
-  return true;
-}
-
 bool MakeDirectories(const std::string &path) {
   for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
     std::string prefix = path.substr(0, slash);
@@ -121,7 +110,7 @@ void VirtualHub::Accept() {
   uint32_t status = model_.OpenSession();
   std::vector<uint8_t> statusBytes;
   AppendU32(statusBytes, status);
-  bool sent = SendAll(fd, statusBytes);
+  bool sent = SendBytes(fd, statusBytes);
   if (status == 0 && sent) {
     sessionFd_ = fd;
     return;
@@ -176,10 +165,15 @@ bool VirtualHub::AnswerFrames() {
       eventFd = passedFds_.front();
       passedFds_.pop_front();
     }
-    HubAnswer answer =
-        model_.Handle(frame.code, frame.input, frame.inputLength, frame.outputCapacity, eventFd);
-    SendAll(reply, EncodeAnswer(answer));  // a caller that went away misses nothing
-    close(reply);
+    bool hold = false;
+    HubAnswer answer = model_.Handle(frame.code, frame.input, frame.inputLength,
+                                     frame.outputCapacity, eventFd, &hold);
+    if (hold) {
+      model_.HoldReply(frame.code, reply, std::move(answer));
+    } else {
+      SendAnswer(reply, answer);  // a caller that went away misses nothing
+      close(reply);
+    }
     used += consumed;
   }
   pending_.erase(pending_.begin(), pending_.begin() + static_cast<ptrdiff_t>(used));
