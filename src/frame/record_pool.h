@@ -18,7 +18,8 @@
 namespace pelarix {
 
 // A zero-filled record of size bytes (at least a HandleHeader), or null when
-// memory is out. One kind always has one size.
+// memory is out. A record is reused only for a request of its own kind and
+// size.
 void *AllocateRecord(HandleKind kind, size_t size);
 
 // Wipes the record to zero and keeps it for the next record of its kind.

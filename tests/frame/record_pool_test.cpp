@@ -58,6 +58,18 @@ TEST(RecordPoolTest, FreedMemoryIsReusedOnlyForTheSameKind) {
   FreeRecord(kSessionHandle, again, sizeof(TestRecord));
 }
 
+TEST(RecordPoolTest, FreedMemoryIsReusedOnlyForTheSameSize) {
+  void *small = AllocateRecord(kItemHandle, sizeof(HandleHeader));
+  ASSERT_NE(small, nullptr);
+  FreeRecord(kItemHandle, small, sizeof(HandleHeader));
+  void *large = AllocateRecord(kItemHandle, sizeof(TestRecord));
+  EXPECT_NE(large, small);
+  void *again = AllocateRecord(kItemHandle, sizeof(HandleHeader));
+  EXPECT_EQ(again, small);
+  FreeRecord(kItemHandle, large, sizeof(TestRecord));
+  FreeRecord(kItemHandle, again, sizeof(HandleHeader));
+}
+
 TEST(RecordPoolTest, FreeOfNullIsIgnored) {
   FreeRecord(kSessionHandle, nullptr, 64);
 }
