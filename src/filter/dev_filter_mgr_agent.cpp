@@ -1,8 +1,11 @@
 #include "filter/dev_filter_mgr_agent.h"
 
+#include "ordo/usb/dev_filter_device.h"
+#include "ordo/usb/dev_filter_result.h"
 #include "ordo/usb/filter_dictionary.h"
 #include "ordo/usb/filter_list.h"
 #include "ordo/usb/filter_log.h"
+#include "ordo/usb/filter_phases.h"
 #include "ordo/usb/filter_text.h"
 #include "ordo/usb/filter_types.h"
 
@@ -41,15 +44,18 @@ bool DevFilterMgrAgent::IsDeviceAllowed(const uint8_t *deviceDesc, const uint8_t
   return GetDeviceFamily(deviceDesc, configDesc, family);
 }
 
-// The agent's decision on a device is its Remote phase over the device
-// record. Until that phase is part of the engine, the answer is the one it
-// gives where no rule can speak: a list without values allows every device
-// (exalldev defaults to false), whose family stays unknown. A list with
-// values refuses every device rather than forward one that a rule excludes.
-bool DevFilterMgrAgent::GetDeviceFamily(const uint8_t * /*deviceDesc*/,
-                                        const uint8_t * /*configDesc*/, DevFamily &family) {
-  family = kUnknownFamily;
-  return settings_.list().valueCount() == 0;
+// The agent's decision is its Remote phase over one configuration and no
+// path. No interface is decided on this path, so the device passes whole or
+// not at all, and its family is that of all its interfaces.
+bool DevFilterMgrAgent::GetDeviceFamily(const uint8_t *deviceDesc, const uint8_t *configDesc,
+                                        DevFamily &family) {
+  DevFilterResult result;
+  DevFilterDevice device;
+  device.Load(deviceDesc, configDesc, 1, nullptr);
+  result.Init(device, true);
+  RunFilterPhases(settings_, device, result, true);
+  family = result.GetAllowedFamily();
+  return result.IsDeviceAllowed();
 }
 
 uint32_t DevFilterMgrAgent::GetFilterBlob(uint8_t *buffer) const {

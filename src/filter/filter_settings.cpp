@@ -160,6 +160,28 @@ int32_t FilterSettings::evaluateFamily(const std::string &text) const {
   return evaluate(text, FilterTypeExfa, FilterTypeInfa);
 }
 
+int32_t FilterSettings::evaluateFamilySet(DevFamily family, std::vector<std::string> *names) const {
+  int32_t outcome = FilterEvalNoHit;
+  std::vector<std::string> excluded;
+  std::vector<std::string> included;
+  for (const std::string &name : FamilyToNames(family, true)) {
+    const int32_t one = evaluateFamily(name);
+    if (one == FilterEvalExcluded) {
+      excluded.push_back(name);
+      outcome = FilterEvalExcluded;
+    } else if (one == FilterEvalIncluded) {
+      included.push_back(name);
+      if (outcome == FilterEvalNoHit) {
+        outcome = FilterEvalIncluded;
+      }
+    }
+  }
+  if (names != nullptr && outcome != FilterEvalNoHit) {
+    *names = outcome == FilterEvalExcluded ? excluded : included;
+  }
+  return outcome;
+}
+
 int32_t FilterSettings::evaluatePath(const std::string &text) const {
   return evaluate(text, FilterTypeExpt, FilterTypeInpt);
 }

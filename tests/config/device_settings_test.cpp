@@ -2,6 +2,11 @@
 // masks, the delay chain and the flags chain.
 #include "config/device_settings.h"
 
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
 #include "registry_fixture.h"
 
 namespace pelarix {
@@ -148,6 +153,68 @@ TEST_F(DeviceSettingsTest, WithoutFilterManagerNoFamilyAndTheGeneralDefault) {
 TEST_F(DeviceSettingsTest, ReadAfreshForEachDevice) {
   EXPECT_EQ(Read(Section(kDeviceKey, "\"DeviceFlags\"=dword:1\r\n")).deviceFlags, 1u);
   EXPECT_EQ(Read(Section(kDeviceKey, "\"DeviceFlags\"=dword:2\r\n")).deviceFlags, 2u);
+}
+
+// --- Flags by the family the filter leaves allowed -------------------------------
+
+// A descriptor file of the test data: device descriptor, then the
+// configuration set.
+std::vector<uint8_t> DescriptorFile(const char *name) {
+  std::ifstream in(std::string(PELARIX_TEST_DATA_DIR) + "/" + name, std::ios::binary);
+  return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+}
+
+class AudioOutFlagsTest : public DeviceSettingsTest {
+ protected:
+  DeviceSettings ReadFor(const char *file, const std::string &body) {
+    WriteRegistry(body);
+    const std::vector<uint8_t> bytes = DescriptorFile(file);
+    return ReadDeviceSettings(manager_, bytes.data(), bytes.data() + 18, kDevice);
+  }
+};
+
+const std::string kAudioOutDefaults =
+    Section(kGeneral, "\"DefaultDeviceFlags\"=dword:4\r\n\"AudioOutDeviceFlags\"=dword:8\r\n");
+
+TEST_F(AudioOutFlagsTest, LoudspeakerTakesTheAudioOutDefault) {
+  EXPECT_EQ(ReadFor("descriptors/loudspeaker.bin", kAudioOutDefaults).deviceFlags, 8u);
+  EXPECT_THAT(TakeLog(),
+              ElementsAre(Effective("PluginDelay", "0"), Effective("DefaultPluginDelay", "0"),
+                          Effective("DeviceFlags", "0"), Effective("AudioOutDeviceFlags", "8"),
+                          LogLine{2, "Using AudioOutDeviceFlags for device: 0000000012345678"}));
+}
+
+TEST_F(AudioOutFlagsTest, AudioOutDeviceWithoutAudioOutDeviceFlagsTakesTheGeneralDefault) {
+  const DeviceSettings settings = ReadFor("descriptors/loudspeaker.bin",
+                                          Section(kGeneral, "\"DefaultDeviceFlags\"=dword:4\r\n"));
+  EXPECT_EQ(settings.deviceFlags, 4u);
+  EXPECT_THAT(TakeLog(),
+              ElementsAre(Effective("PluginDelay", "0"), Effective("DefaultPluginDelay", "0"),
+                          Effective("DeviceFlags", "0"), Effective("AudioOutDeviceFlags", "0"),
+                          Effective("DefaultDeviceFlags", "4")));
+}
+
+// A headset with audio-in, audio-out and a HID interface.
+TEST_F(AudioOutFlagsTest, AudioOutAmongOtherInterfacesCountsAsAudioOut) {
+  EXPECT_EQ(ReadFor("realdesc/headset_razer_krakenx_1532_0526.bin", kAudioOutDefaults).deviceFlags,
+            8u);
+}
+
+TEST_F(AudioOutFlagsTest, AudioInOnlyIsNoAudioOutDevice) {
+  EXPECT_EQ(ReadFor("descriptors/microphone.bin", kAudioOutDefaults).deviceFlags, 4u);
+  EXPECT_THAT(TakeLog(),
+              ElementsAre(Effective("PluginDelay", "0"), Effective("DefaultPluginDelay", "0"),
+                          Effective("DeviceFlags", "0"), Effective("DefaultDeviceFlags", "4")));
+}
+
+TEST_F(AudioOutFlagsTest, DeviceTheFilterRefusesHasNoFamily) {
+  ordo::usb::AddFilterString(manager_, "exalldev:true", 0);
+  EXPECT_EQ(ReadFor("descriptors/loudspeaker.bin", kAudioOutDefaults).deviceFlags, 4u);
+  EXPECT_THAT(TakeLog(),
+              ElementsAre(Effective("PluginDelay", "0"), Effective("DefaultPluginDelay", "0"),
+                          Effective("DeviceFlags", "0"),
+                          LogLine{0, "Failed to get family info, device: 0000000012345678"},
+                          Effective("DefaultDeviceFlags", "4")));
 }
 
 }  // namespace

@@ -288,16 +288,22 @@ TEST_F(EntryPointsTest, DestroyingAManagerReleasesTheDictionary) {
   EXPECT_TRUE(FilterDictionary::hasInstance());
 }
 
-// Until the Remote phase decides devices, a manager whose list has values
-// refuses every device instead of forwarding one a rule excludes.
-TEST_F(EntryPointsTest, ManagerWithValuesRefusesUntilDevicesCanBeDecided) {
+// The manager's answer is its Remote phase: an include saves the device, an
+// exclude refuses it; the family is that of its interfaces either way.
+TEST_F(EntryPointsTest, ManagerAnswersByItsRules) {
+  const DevFamily keyboard{kFamilyHid | kFamilyHidBootable, kSubFamilyKeyboard};
   AddFilterString(manager_, "inid:m:vid-1234_pid-5678", 0);
-  EXPECT_FALSE(IsDeviceAllowedByFilter(manager_, kKeyboardDevice, kKeyboardConfig));
+  AddFilterString(manager_, "exalldev:true", 0);
+  EXPECT_TRUE(IsDeviceAllowedByFilter(manager_, kKeyboardDevice, kKeyboardConfig));
+  EXPECT_FALSE(IsDeviceAllowedByFilter(manager_, kStorageDevice, nullptr));
+  ClearFilterStrings(manager_);
+  AddFilterString(manager_, "exid:m:vid-1234_pid-5678", 0);
   DevFamily *family = nullptr;
   EXPECT_FALSE(GetDeviceFamilyInfo(manager_, kKeyboardDevice, kKeyboardConfig, &family));
   ASSERT_NE(family, nullptr);
-  EXPECT_EQ(*family, kUnknownFamily);
+  EXPECT_EQ(*family, keyboard);
   FreeDeviceFamilyInfo(family);
+  EXPECT_TRUE(IsDeviceAllowedByFilter(manager_, kStorageDevice, nullptr));
 }
 
 }  // namespace

@@ -1,10 +1,13 @@
 // The filter language: dictionary, values, filter lists, matchers, filter log.
 #pragma once
 
+#include "ordo/usb/dev_filter_device.h"
+#include "ordo/usb/dev_filter_result.h"
 #include "ordo/usb/filter_dictionary.h"
 #include "ordo/usb/filter_entry_points.h"
 #include "ordo/usb/filter_list.h"
 #include "ordo/usb/filter_log.h"
+#include "ordo/usb/filter_phases.h"
 #include "ordo/usb/filter_settings.h"
 #include "ordo/usb/filter_text.h"
 #include "ordo/usb/filter_types.h"

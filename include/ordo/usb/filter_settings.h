@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
+#include "ordo/usb/dev_family.h"
 #include "ordo/usb/filter_list.h"
 #include "ordo/usb/filter_types.h"
 
@@ -40,6 +42,10 @@ class FilterSettings {
   int32_t evaluate(const std::string &text, FilterType firstType, FilterType lastType) const;
   int32_t evaluateId(const std::string &text) const;
   int32_t evaluateFamily(const std::string &text) const;
+  // Every name of the family asked with evaluateFamily: one excluded name
+  // outweighs any number of included ones. On a hit, names (if not null)
+  // gets the names that hit the deciding key.
+  int32_t evaluateFamilySet(DevFamily family, std::vector<std::string> *names) const;
   int32_t evaluatePath(const std::string &text) const;
   bool isSplitExcluded(const std::string &text) const;
 
