@@ -312,5 +312,17 @@ TEST_F(DevFilterResultTest, NegativeInterfaceIndexGivesAnEmptyPiece) {
   EXPECT_THAT(capture_.all(), ElementsAre(Line(0, "allowed"), Line(0, "allowed allowed")));
 }
 
+// In the second configuration of this adapter, number 1 answers an empty
+// group: the decision is taken as done, and nothing is recorded.
+TEST_F(DevFilterResultTest, DecisionOnAnInterfaceWithAnEmptyGroupHasNoEffect) {
+  bytes_ = std::make_unique<DescriptorFile>("realdesc/ethernet_rtl8153_2cfg_0bda_8153.bin");
+  device_.Load(bytes_->device(), bytes_->config(), -1, nullptr);
+  result_.Init(device_, true);
+  ASSERT_THAT(device_.GetInterfaceGroup(1), IsEmpty());
+  EXPECT_TRUE(Block(1, true));
+  EXPECT_FALSE(result_.IsDecided(1));
+  EXPECT_THAT(result_.decisions(), IsEmpty());
+}
+
 }  // namespace
 }  // namespace ordo::usb
