@@ -85,6 +85,8 @@ DevFilterDevice::~DevFilterDevice() = default;
 
 void DevFilterDevice::Load(const uint8_t *deviceDescriptor, const uint8_t *configDescriptors,
                            int32_t configCount, const uint32_t *pathInfo) {
+  // The model must not keep pointing at a copy that is gone.
+  config_.SetDeviceDescriptor(nullptr);
   deviceDescriptor_.reset();
   if (pathInfo != nullptr) {
     std::memcpy(&pathInfo_, pathInfo, sizeof pathInfo_);

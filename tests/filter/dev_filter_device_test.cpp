@@ -274,6 +274,18 @@ TEST(DevFilterDevice, DescriptorOfLengthZeroIsNotCopiedAndNothingIsParsed) {
   EXPECT_EQ(record.GetParsedConfigCount(), 0);
 }
 
+// A second load frees the first copy; the model is not left pointing at it.
+TEST(DevFilterDevice, SecondLoadReplacesTheDescriptorCopy) {
+  const DescriptorFile file("descriptors/mass_storage.bin");
+  DevFilterDevice device;
+  device.Load(file.device(), file.config(), 1, nullptr);
+  EXPECT_EQ(device.GetConfig().GetDeviceDescriptor(), device.GetDeviceDescriptor());
+  device.Load(nullptr, nullptr, 0, nullptr);
+  EXPECT_EQ(device.GetDeviceDescriptor(), nullptr);
+  EXPECT_EQ(device.GetConfig().GetDeviceDescriptor(), nullptr);
+  EXPECT_EQ(device.GetIdString(), "");
+}
+
 // --- Path text --------------------------------------------------------------
 
 TEST(DevFilterDevicePath, ThreeLevelsGiveBusPartAndHexPort) {
