@@ -5,10 +5,13 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "device_fixtures.h"
+#include "filter/dev_filter_mgr_agent.h"
 #include "ordo/usb/filter_language.h"
 
 namespace ordo::usb {
@@ -95,6 +98,37 @@ TEST(FilterConcurrency, HookChangesWhileLogging) {
   EXPECT_EQ(GetFilterLogHook(), &countLine);
   EXPECT_EQ(GetFilterLogThreshold(), 7u);
   SetFilterLogHook(nullptr, 0);
+}
+
+// Every device record hands the filter log's hook to the descriptor model,
+// so threads that filter devices write and read that hook together, while
+// another session may change the filter log's.
+TEST(FilterConcurrency, DevicesFilteredOnTwoThreadsWhileTheHookChanges) {
+  const testing::DescriptorFile keyboard("realdesc/keyboard_holtek_04d9_1603.bin");
+  const testing::DescriptorFile webcam("realdesc/webcam_logitech_c270_046d_0825.bin");
+  DevFilterMgrAgent manager;
+  manager.AddFilterRule("exfa:m:keyboard");
+  std::atomic<bool> stop{false};
+  std::atomic<int> wrong{0};
+  auto filter = [&](const testing::DescriptorFile &device, bool expected) {
+    for (int i = 0; i < kRounds / 10; ++i) {
+      if (manager.IsDeviceAllowed(device.device(), device.config()) != expected) ++wrong;
+    }
+  };
+  std::thread setter([&] {
+    while (!stop.load()) {
+      SetFilterLogHook(&countLine, 0);
+      SetFilterLogHook(nullptr, 0);
+    }
+  });
+  std::thread a(filter, std::cref(keyboard), false);
+  std::thread b(filter, std::cref(webcam), true);
+  a.join();
+  b.join();
+  stop = true;
+  setter.join();
+  SetFilterLogHook(nullptr, 0);
+  EXPECT_EQ(wrong.load(), 0);
 }
 
 }  // namespace
