@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "filter/comma_list.h"
 #include "ordo/usb/descriptor_view.h"
 #include "ordo/usb/filter_log.h"
 #include "ordo/usb/usb_config_log.h"
@@ -24,17 +25,6 @@ constexpr size_t kOffsetTotalLength = 2;
 std::string HexWord(uint16_t value) {
   char text[8];
   std::snprintf(text, sizeof text, "%04x", value);
-  return text;
-}
-
-std::string JoinNumbers(const std::vector<uint8_t> &numbers) {
-  std::string text;
-  for (size_t i = 0; i < numbers.size(); ++i) {
-    if (i != 0) {
-      text += ",";
-    }
-    text += std::to_string(numbers[i]);
-  }
   return text;
 }
 
@@ -269,7 +259,7 @@ std::vector<uint8_t> DevFilterDevice::GetGroupMembers(uint32_t ordinal) const {
 }
 
 std::string DevFilterDevice::GetGroupMembersString(uint32_t ordinal) const {
-  return JoinNumbers(GetGroupMembers(ordinal));
+  return CommaList(GetGroupMembers(ordinal));
 }
 
 std::vector<uint8_t> DevFilterDevice::GetUngroupedInterfaces() const {
@@ -278,7 +268,7 @@ std::vector<uint8_t> DevFilterDevice::GetUngroupedInterfaces() const {
 }
 
 std::string DevFilterDevice::GetUngroupedInterfacesString() const {
-  return JoinNumbers(GetUngroupedInterfaces());
+  return CommaList(GetUngroupedInterfaces());
 }
 
 // The interface lines restart at 0 in each configuration while the family

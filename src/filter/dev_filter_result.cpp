@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "filter/comma_list.h"
 #include "ordo/usb/dev_filter_device.h"
 #include "ordo/usb/filter_log.h"
 
@@ -185,14 +186,7 @@ std::string DevFilterResult::GetAllowedInterfacesString() {
   if (!IsSplit()) {
     return "None Available";
   }
-  std::string text;
-  for (const int32_t interface : GetAllowedInterfaces()) {
-    if (!text.empty()) {
-      text += ",";
-    }
-    text += std::to_string(interface);
-  }
-  return text;
+  return CommaList(GetAllowedInterfaces());
 }
 
 // base 2 with sub 1 is what the phases read as "every interface blocked".

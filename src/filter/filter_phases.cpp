@@ -3,22 +3,12 @@
 #include <string>
 #include <vector>
 
+#include "filter/comma_list.h"
 #include "ordo/usb/filter_log.h"
 #include "ordo/usb/filter_types.h"
 
 namespace ordo::usb {
 namespace {
-
-std::string JoinNames(const std::vector<std::string> &names) {
-  std::string text;
-  for (const std::string &name : names) {
-    if (!text.empty()) {
-      text += ",";
-    }
-    text += name;
-  }
-  return text;
-}
 
 void LogRemote(const std::string &text) {
   DevFltrLog(2, "[Remote] " + text);
@@ -52,7 +42,7 @@ bool DecideByFamily(const FilterSettings &settings, DevFilterResult &result) {
   switch (settings.evaluateFamilySet(result.GetAllowedFamily(), &names)) {
     case FilterEvalExcluded:
       result.BlockDevice();
-      LogRemote("Device blocked by ExcludeFamily. Family(s): " + JoinNames(names));
+      LogRemote("Device blocked by ExcludeFamily. Family(s): " + CommaList(names));
       if (result.HasSplitSettingDecision()) {
         LogRemote(kSplitConflictWarning);
       }
@@ -61,10 +51,10 @@ bool DecideByFamily(const FilterSettings &settings, DevFilterResult &result) {
       if (result.HasSplitSettingDecision()) {
         result.BlockDevice();
         LogRemote("Device found in IncludeFamily setting but is being blocked. Family(s): " +
-                  JoinNames(names));
+                  CommaList(names));
         LogRemote(kSplitConflictWarning);
       } else {
-        LogRemote("Device allowed by IncludeFamily setting. Family(s): " + JoinNames(names));
+        LogRemote("Device allowed by IncludeFamily setting. Family(s): " + CommaList(names));
       }
       return true;
     default:
