@@ -314,6 +314,16 @@ TEST_F(AgentDecisionTest, WholeCallLogsTheDeviceThenTheDecision) {
                   Line(2, "[Remote] Device blocked by ExcludeFamily. Family(s): keyboard")));
 }
 
+TEST_F(AgentDecisionTest, ManagerWithoutStringsWritesNothingAfterTheDump) {
+  const DescriptorFile bytes("descriptors/mass_storage.bin");
+  EXPECT_TRUE(manager_.IsDeviceAllowed(bytes.device(), bytes.config()));
+  EXPECT_THAT(
+      FilterLines(capture_),
+      ElementsAre(Line(2, "Device Filter got device:"), Line(2, "Device id: Vid-1d50_Pid-6005"),
+                  Line(2, "Path: Error"), Line(2, "Config count: 1"), Line(2, "Config num: 0"),
+                  Line(2, "Interface count: 1"), Line(2, "Interface [0] - Family(s): storage")));
+}
+
 TEST_F(AgentDecisionTest, WebcamExcludedByVidPid) {
   manager_.AddFilterRule("exid:m:vid-046d_pid-0825");
   EXPECT_FALSE(Allowed("realdesc/webcam_logitech_c270_046d_0825.bin"));
