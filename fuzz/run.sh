@@ -10,8 +10,8 @@ target=${1:?usage: fuzz/run.sh <target> [seconds]}
 seconds=${2:-600}
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "$target"
-seeds=$(ls -d fuzz/*/corpus/"$target" 2>/dev/null | head -n 1)
-dict=$(ls fuzz/*/"$target".dict 2>/dev/null | head -n 1)
+seeds=$(ls -d fuzz/*/corpus/"$target" 2>/dev/null | head -n 1 || true)
+dict=$(ls fuzz/*/"$target".dict 2>/dev/null | head -n 1 || true)
 work=build-fuzz/corpus/$target
 mkdir -p "$work"
 exec build-fuzz/bin/"$target" -max_total_time="$seconds" -print_final_stats=1 ${dict:+-dict="$dict"} \
