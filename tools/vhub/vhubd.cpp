@@ -38,7 +38,8 @@ bool ParseVersion(const char *text, uint32_t *version) {
 
 // Fills options from the command line; false on a bad one.
 bool ParseArguments(int argc, char **argv, pelarix::vhub::VirtualHubOptions *options) {
-  for (int i = 1; i < argc; ++i) {
+  // Every option takes a value: arguments come in pairs.
+  for (int i = 1; i < argc; i += 2) {
     std::string argument = argv[i];
     const char *value = i + 1 < argc ? argv[i + 1] : nullptr;
     if (value == nullptr) return false;
@@ -51,7 +52,6 @@ bool ParseArguments(int argc, char **argv, pelarix::vhub::VirtualHubOptions *opt
     } else {
       return false;
     }
-    ++i;
   }
   return !options->directory.empty() && !options->name.empty();
 }
