@@ -203,16 +203,16 @@ HubAnswer HubModel::GetItem(uint32_t outputCapacity) {
   QueuedItem item = std::move(queue_.front());
   queue_.pop_front();
   HubItemRecord header{};
-  header.type = item.spec.type;
+  header.type = item.content.type;
   header.itemId = item.itemId;
-  header.plugNo = item.spec.plugNo;
-  std::copy(item.spec.params.begin(), item.spec.params.end(), header.params);
-  header.dataLength = static_cast<uint32_t>(item.spec.data.size());
-  header.noCompletion = item.spec.noCompletion;
+  header.plugNo = item.content.plugNo;
+  std::copy(item.content.params.begin(), item.content.params.end(), header.params);
+  header.dataLength = static_cast<uint32_t>(item.content.data.size());
+  header.noCompletion = item.content.noCompletion;
   HubAnswer answer;
   answer.output.resize(kHubItemRecordHeaderBytes);
   WriteHubItemRecord(answer.output.data(), header);
-  answer.output.insert(answer.output.end(), item.spec.data.begin(), item.spec.data.end());
+  answer.output.insert(answer.output.end(), item.content.data.begin(), item.content.data.end());
   if (answer.output.size() > outputCapacity) answer.output.resize(outputCapacity);
   items_[item.itemId].delivered = true;
   lastDelivered_ = std::move(item);
@@ -222,7 +222,7 @@ HubAnswer HubModel::GetItem(uint32_t outputCapacity) {
 
 HubAnswer HubModel::GetItemBuffer(uint32_t outputCapacity) {
   if (!lastDelivered_) return Failure(kErrorInvalidFunction);
-  const std::vector<uint8_t> &data = lastDelivered_->spec.data;
+  const std::vector<uint8_t> &data = lastDelivered_->content.data;
   HubAnswer answer;
   answer.output.assign(data.begin(), data.begin() + std::min<size_t>(data.size(), outputCapacity));
   return answer;
@@ -283,7 +283,7 @@ uint32_t HubModel::NextItemId() {
 
 void HubModel::DropQueuedItems(std::optional<uint32_t> plugNo) {
   auto dropped = [&](const QueuedItem &item) {
-    bool drop = !plugNo || item.spec.plugNo == *plugNo;
+    bool drop = !plugNo || item.content.plugNo == *plugNo;
     if (drop && keepRecords_) items_[item.itemId].dropped = true;
     if (drop && !keepRecords_) items_.erase(item.itemId);
     return drop;

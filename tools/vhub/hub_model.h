@@ -140,7 +140,7 @@ class HubModel {
  private:
   struct QueuedItem {
     uint32_t itemId;
-    ItemSpec spec;
+    ItemSpec content;
   };
   struct ItemTrack {
     uint32_t plugNo = 0;
