@@ -1,15 +1,11 @@
 #include "ordo/usb/filter_log.h"
 
-#include <atomic>
-#include <cstdarg>
+#include "usbconfig/log_hook_slot.h"
 
 namespace ordo::usb {
 namespace {
 
-// Atomic so that a session created on one thread while another filters
-// neither tears the pair nor races; the last SetFilterLogHook still wins.
-std::atomic<LogHook> filterLogHook{nullptr};
-std::atomic<uint32_t> filterLogThreshold{0};
+LogHookSlot filterLog;
 
 uint32_t engineLevelOf(uint32_t level) {
   switch (level) {
@@ -38,36 +34,28 @@ std::string asFormat(const std::string &text) {
   return format;
 }
 
-// Gives the hook an empty argument list.
-void callHook(LogHook hook, uint32_t level, const char *format, ...) {
-  va_list args;
-  va_start(args, format);
-  hook(level, format, args);
-  va_end(args);
-}
-
 }  // namespace
 
 void SetFilterLogHook(LogHook hook, uint32_t threshold) {
-  filterLogHook.store(hook);
-  filterLogThreshold.store(threshold);
+  filterLog.Set(hook, threshold);
 }
 
 LogHook GetFilterLogHook() {
-  return filterLogHook.load();
+  return filterLog.Hook();
 }
 
 uint32_t GetFilterLogThreshold() {
-  return filterLogThreshold.load();
+  return filterLog.Threshold();
 }
 
 void DevFltrLog(uint32_t level, const std::string &text) {
-  LogHook hook = filterLogHook.load();
-  uint32_t engineLevel = engineLevelOf(level);
-  if (hook == nullptr || engineLevel < filterLogThreshold.load()) {
+  const uint32_t engineLevel = engineLevelOf(level);
+  const LogHook hook = filterLog.Wanted(engineLevel);
+  if (hook == nullptr) {
     return;
   }
-  callHook(hook, engineLevel, asFormat(text).c_str());
+  // The text is the format, with an empty argument list.
+  LogHookSlot::Call(hook, engineLevel, asFormat(text).c_str());
 }
 
 }  // namespace ordo::usb
