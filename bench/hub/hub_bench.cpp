@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "hub/hub_control_codes.h"
+#include "hub/hub_interface.h"
 #include "hub/hub_request.h"
 #include "hub_directory.h"
 #include "platform/platform.h"
@@ -27,14 +28,8 @@ class HubUnderTest {
     hub_ = std::make_unique<vhub::VirtualHub>(options);
     std::string error;
     if (!hub_->Start(&error)) return;
-    platform::HubDeviceSet set = nullptr;
-    platform::HubGetDeviceSet(&set);
-    uint32_t chars = 0;
-    platform::HubGetInterfacePath(set, nullptr, 0, &chars);
-    std::u16string path(chars, u'\0');
-    platform::HubGetInterfacePath(set, path.data(), chars, &chars);
-    platform::HubDestroyDeviceSet(set);
-    platform::HubOpen(path.c_str(), &connection_);
+    // The directory is the one PELARIX_HUB_DIR names, so the library finds it.
+    OpenHubInterface(&connection_);
   }
   ~HubUnderTest() {
     platform::HubClose(connection_);
