@@ -4,6 +4,7 @@
 
 #include "device/device.h"
 #include "frame/log.h"
+#include "frame/record_pool.h"
 #include "frame/session.h"
 #include "item/item.h"
 
@@ -30,7 +31,10 @@ int32_t AddRefCount(HandleHeader *header, int32_t delta) {
 }
 
 bool IsValidHandle(const void *handle, uint32_t kind) {
-  if (handle == nullptr) {
+  // A handle is an address the caller hands back; nothing is read through it
+  // until the pool has confirmed that it is the start of one of its records
+  // of that kind. A made-up, misaligned or interior address fails here.
+  if (handle == nullptr || !IsPoolRecord(handle, kind)) {
     return false;
   }
   auto *header = static_cast<HandleHeader *>(const_cast<void *>(handle));

@@ -36,7 +36,9 @@ int32_t ReadRefCount(HandleHeader *header);
 // Atomically adds delta and returns the new count.
 int32_t AddRefCount(HandleHeader *header, int32_t delta);
 
-// True if handle is a live record of the given kind (kAnyHandle: any kind).
+// True if handle is a live record of the given kind (kAnyHandle: any kind):
+// the start of a record that the record pool made for that kind, carrying the
+// magic, that kind and a count of 1 or more.
 bool IsValidHandle(const void *handle, uint32_t kind);
 
 // Drops one reference; the last one destroys the record by its kind.
