@@ -29,6 +29,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     used += consumed;
   }
   model.ItemReport();
-  model.CloseSession();
+  model.CloseSession("input over");
   return 0;
 }

@@ -1,13 +1,19 @@
 // The daemon: serves its socket until SIGTERM or SIGINT, logs what it does,
-// and refuses a bad command line.
+// and refuses a bad command line. Hostile and careless clients are played by
+// raw sockets: none of them may freeze the daemon for the others.
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <string>
 
+#include "hub/hub_control_codes.h"
 #include "hub/hub_interface.h"
 #include "hub_fixture.h"
 
@@ -57,7 +63,136 @@ bool WaitForSocket(const std::string &path) {
   return false;
 }
 
-class VhubdTest : public HubChannelTest {};
+// Waits at most timeoutMs for the daemon's end: its exit status, or -1 if it
+// still runs.
+int WaitForExit(const Daemon &daemon, int timeoutMs) {
+  for (int waited = 0; waited <= timeoutMs; waited += 10) {
+    int status = 0;
+    if (waitpid(daemon.pid, &status, WNOHANG) == daemon.pid) {
+      return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    usleep(10000);
+  }
+  return -1;
+}
+
+// Reads what the daemon logs until the text appears or timeoutMs pass.
+bool WaitForLog(const Daemon &daemon, std::string *log, const std::string &text, int timeoutMs) {
+  for (int waited = 0; log->find(text) == std::string::npos; waited += 20) {
+    if (waited > timeoutMs) return false;
+    pollfd ready{daemon.log, POLLIN, 0};
+    if (poll(&ready, 1, 20) != 1) continue;
+    char chunk[512];
+    ssize_t got = read(daemon.log, chunk, sizeof chunk);
+    if (got <= 0) return false;
+    log->append(chunk, static_cast<size_t>(got));
+  }
+  return true;
+}
+
+// A client that speaks the protocol by hand.
+int ConnectRaw(const std::string &path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.c_str(), path.size());
+  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+// True once fd is readable (or hung up), within timeoutMs.
+bool Readable(int fd, int timeoutMs) {
+  pollfd ready{fd, POLLIN, 0};
+  return poll(&ready, 1, timeoutMs) == 1;
+}
+
+// The open status the hub sends, or -1 if none comes within timeoutMs.
+int64_t OpenStatus(int fd, int timeoutMs) {
+  uint8_t bytes[4];
+  if (!Readable(fd, timeoutMs) || recv(fd, bytes, 4, MSG_WAITALL) != 4) return -1;
+  return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<int64_t>(bytes[3]) << 24;
+}
+
+// True once the hub has closed the connection, within timeoutMs.
+bool HungUp(int fd, int timeoutMs) {
+  char byte;
+  return Readable(fd, timeoutMs) && recv(fd, &byte, 1, MSG_DONTWAIT) == 0;
+}
+
+std::vector<uint8_t> FrameHeader(uint32_t magic, uint32_t code, uint32_t inputLength,
+                                 uint32_t capacity) {
+  std::vector<uint8_t> frame;
+  for (uint32_t word : {magic, code, inputLength, capacity}) {
+    for (int shift = 0; shift < 32; shift += 8)
+      frame.push_back(static_cast<uint8_t>(word >> shift));
+  }
+  return frame;
+}
+
+// Sends bytes with the descriptors riding on the first byte.
+bool SendWithDescriptors(int fd, const std::vector<uint8_t> &bytes, const std::vector<int> &fds) {
+  iovec part{const_cast<uint8_t *>(bytes.data()), bytes.size()};
+  alignas(cmsghdr) uint8_t control[CMSG_SPACE(4 * sizeof(int))] = {};
+  msghdr message{};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  if (!fds.empty()) {
+    message.msg_control = control;
+    message.msg_controllen = CMSG_SPACE(fds.size() * sizeof(int));
+    cmsghdr *rights = CMSG_FIRSTHDR(&message);
+    rights->cmsg_level = SOL_SOCKET;
+    rights->cmsg_type = SCM_RIGHTS;
+    rights->cmsg_len = CMSG_LEN(fds.size() * sizeof(int));
+    std::memcpy(CMSG_DATA(rights), fds.data(), fds.size() * sizeof(int));
+  }
+  return sendmsg(fd, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+// A socket pair whose end [1] has no room left to send: the pair's other end
+// is never read. [1] is blocking again, as a reply end normally is.
+void FillSocketPair(int pair[2]) {
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+  fcntl(pair[1], F_SETFL, O_NONBLOCK);
+  std::vector<uint8_t> filler(4096, 0x55);
+  while (send(pair[1], filler.data(), filler.size(), MSG_NOSIGNAL) > 0) {
+  }
+  fcntl(pair[1], F_SETFL, 0);
+}
+
+constexpr uint32_t kRequestMagic = 0x51524850;
+constexpr int kPatienceMs = 10000;  // far beyond any answer; only ends a test that fails
+
+class VhubdTest : public HubChannelTest {
+ protected:
+  ~VhubdTest() override {
+    for (const Daemon &daemon : daemons_) {
+      kill(daemon.pid, SIGKILL);
+      waitpid(daemon.pid, nullptr, 0);
+      close(daemon.log);
+    }
+  }
+  // A daemon serving DIR/hub, once it says so. The test's end kills
+  // it unless Stop was called.
+  Daemon &Run() {
+    daemons_.push_back(StartDaemon({"--dir", directory_.Path()}));
+    std::string started;
+    EXPECT_TRUE(WaitForLog(daemons_.back(), &started, "serving " + SocketPath(), kPatienceMs));
+    return daemons_.back();
+  }
+  // SIGTERM and the exit status; what it logged is appended to *log.
+  int Stop(std::string *log) {
+    Daemon daemon = daemons_.back();
+    daemons_.pop_back();
+    kill(daemon.pid, SIGTERM);
+    return Finish(daemon, log);
+  }
+  std::string SocketPath() const { return directory_.Path() + "/hub"; }
+
+  std::vector<Daemon> daemons_;
+};
 
 TEST_F(VhubdTest, ServesUntilSigtermAndLogsWhatItDoes) {
   std::string socketPath = directory_.Path() + "/hub0";
@@ -101,6 +236,193 @@ TEST_F(VhubdTest, BadCommandLineGivesUsage) {
     EXPECT_EQ(Finish(StartDaemon(arguments), &log), 2);
     EXPECT_EQ(log, "usage: pelarix-vhubd --dir DIR [--name NAME] [--version 0xMMMMmmmm]\n");
   }
+}
+
+// A client hands over a reply end whose buffer it has filled and never reads.
+// The daemon answers without waiting on it: another client gets its open
+// status at once (32, as the first still holds the hub), the first is dropped
+// when its answer finds no room within the reply time-out, and the hub is
+// free again.
+TEST_F(VhubdTest, ClientThatDoesNotReadItsAnswerFreezesNobody) {
+  Daemon &daemon = Run();
+  int attacker = ConnectRaw(SocketPath());
+  ASSERT_EQ(OpenStatus(attacker, kPatienceMs), 0);
+  int pair[2];
+  FillSocketPair(pair);
+  ASSERT_TRUE(SendWithDescriptors(attacker, FrameHeader(kRequestMagic, IOCTL_HUB_GET_VERSION, 0, 4),
+                                  {pair[1]}));
+  int other = ConnectRaw(SocketPath());
+  EXPECT_EQ(OpenStatus(other, kPatienceMs), 32);
+  close(other);
+  std::string log;
+  EXPECT_TRUE(WaitForLog(daemon, &log,
+                         "session closed: reply undeliverable: IOCTL_HUB_GET_VERSION answer, 20 "
+                         "of 20 bytes not taken within 2000 ms",
+                         kPatienceMs))
+      << log;
+  EXPECT_TRUE(HungUp(attacker, kPatienceMs));
+  // Whatever happened, the attacker lets go before the daemon is stopped.
+  close(pair[0]);
+  close(pair[1]);
+  close(attacker);
+  ASSERT_EQ(OpenHubInterface(&connection_), Pelarix_Success);
+  uint32_t version = 0;
+  EXPECT_EQ(GetHubVersion(connection_, &version), Pelarix_Success);
+  EXPECT_EQ(version, 0x00020000u);
+  EXPECT_EQ(Stop(&log), 0);
+  EXPECT_NE(log.find("open refused with 0x20: another session holds the hub (exclusive open)"),
+            std::string::npos)
+      << log;
+}
+
+// A reply end that is no socket at all takes no answer: the client is dropped
+// at once, with the reason.
+TEST_F(VhubdTest, ReplyEndThatIsNoSocketDropsTheClient) {
+  Daemon &daemon = Run();
+  int client = ConnectRaw(SocketPath());
+  ASSERT_EQ(OpenStatus(client, kPatienceMs), 0);
+  int pipeFds[2];
+  ASSERT_EQ(pipe(pipeFds), 0);
+  ASSERT_TRUE(SendWithDescriptors(client, FrameHeader(kRequestMagic, IOCTL_HUB_GET_VERSION, 0, 4),
+                                  {pipeFds[1]}));
+  EXPECT_TRUE(HungUp(client, kPatienceMs));
+  std::string log;
+  EXPECT_TRUE(WaitForLog(daemon, &log,
+                         "session closed: reply undeliverable: IOCTL_HUB_GET_VERSION answer on a "
+                         "descriptor that takes none (Socket operation on non-socket)",
+                         kPatienceMs))
+      << log;
+  close(pipeFds[0]);
+  close(pipeFds[1]);
+  close(client);
+}
+
+// A client that closes with bytes the daemon has not read, and connects again
+// at once, finds its old session over.
+TEST_F(VhubdTest, ReconnectAfterACloseWithUnreadBytesOpens) {
+  Daemon &daemon = Run();
+  int refused = 0;
+  int client = ConnectRaw(SocketPath());
+  ASSERT_EQ(OpenStatus(client, kPatienceMs), 0);
+  std::vector<uint8_t> halfFrame = FrameHeader(kRequestMagic, IOCTL_HUB_GET_VERSION, 4, 4);
+  halfFrame.resize(8);
+  for (int round = 0; round < 200; ++round) {
+    ASSERT_TRUE(SendWithDescriptors(client, halfFrame, {}));
+    close(client);
+    client = ConnectRaw(SocketPath());
+    int64_t status = OpenStatus(client, kPatienceMs);
+    ASSERT_NE(status, -1) << "round " << round;
+    for (int retry = 0; status != 0 && retry < 100; ++retry) {
+      ++refused;  // the old session still held the hub
+      close(client);
+      usleep(10000);
+      client = ConnectRaw(SocketPath());
+      status = OpenStatus(client, kPatienceMs);
+    }
+    ASSERT_EQ(status, 0) << "round " << round;
+  }
+  close(client);
+  EXPECT_EQ(refused, 0);
+  std::string log;
+  EXPECT_TRUE(
+      WaitForLog(daemon, &log, "session " + std::to_string(201 + refused) + " opened", kPatienceMs))
+      << log;
+  EXPECT_NE(log.find("session closed: the client closed the connection"), std::string::npos);
+}
+
+// Why a session ended is in its "session closed" line: a bad frame and which
+// check it failed, or the client's close; a refused open says why.
+TEST_F(VhubdTest, SessionClosedLinesSayWhy) {
+  Daemon &daemon = Run();
+  struct Case {
+    std::vector<uint8_t> bytes;
+    std::string reason;
+  };
+  std::vector<Case> cases = {
+      {FrameHeader(0x04030201, IOCTL_HUB_GET_VERSION, 0, 4), "bad frame: wrong magic 0x04030201"},
+      {FrameHeader(kRequestMagic, IOCTL_HUB_GET_VERSION, 0x01000001, 4),
+       "bad frame: input length 16777217 above the limit of 16777216"},
+      {FrameHeader(kRequestMagic, IOCTL_HUB_GET_VERSION, 0, 4),
+       "bad frame: IOCTL_HUB_GET_VERSION without its reply descriptor"},
+  };
+  std::string log;
+  for (const Case &next : cases) {
+    int client = ConnectRaw(SocketPath());
+    ASSERT_EQ(OpenStatus(client, kPatienceMs), 0);
+    ASSERT_TRUE(SendWithDescriptors(client, next.bytes, {}));
+    EXPECT_TRUE(HungUp(client, kPatienceMs)) << next.reason;
+    close(client);
+    EXPECT_TRUE(WaitForLog(daemon, &log, "session closed: " + next.reason, kPatienceMs)) << log;
+  }
+  int event[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, event), 0);
+  int client = ConnectRaw(SocketPath());
+  ASSERT_EQ(OpenStatus(client, kPatienceMs), 0);
+  std::vector<uint8_t> frame = FrameHeader(kRequestMagic, IOCTL_HUB_SET_NOTIFICATION_EVENT, 8, 0);
+  frame.resize(frame.size() + 8);
+  ASSERT_TRUE(SendWithDescriptors(client, frame, {event[0]}));
+  EXPECT_TRUE(HungUp(client, kPatienceMs));
+  close(client);
+  close(event[0]);
+  close(event[1]);
+  EXPECT_TRUE(WaitForLog(daemon, &log,
+                         "session closed: bad frame: IOCTL_HUB_SET_NOTIFICATION_EVENT without its "
+                         "notification event descriptor",
+                         kPatienceMs))
+      << log;
+  client = ConnectRaw(SocketPath());
+  ASSERT_EQ(OpenStatus(client, kPatienceMs), 0);
+  int second = ConnectRaw(SocketPath());
+  EXPECT_EQ(OpenStatus(second, kPatienceMs), 32);
+  close(second);
+  close(client);
+  EXPECT_TRUE(WaitForLog(daemon, &log,
+                         "open refused with 0x20: another session holds the hub (exclusive open)",
+                         kPatienceMs))
+      << log;
+  EXPECT_TRUE(
+      WaitForLog(daemon, &log, "session closed: the client closed the connection", kPatienceMs))
+      << log;
+  EXPECT_EQ(Stop(&log), 0);
+}
+
+// A second daemon on the directory of a live one refuses to start and leaves
+// the live one's socket alone; the live one serves on and removes its socket
+// when it stops.
+TEST_F(VhubdTest, SecondDaemonOnALiveSocketRefusesToStart) {
+  Run();
+  Daemon second = StartDaemon({"--dir", directory_.Path()});
+  int exitStatus = WaitForExit(second, kPatienceMs);
+  if (exitStatus == -1) kill(second.pid, SIGKILL);
+  std::string secondLog;
+  Finish(second, &secondLog);
+  EXPECT_EQ(exitStatus, 1);
+  EXPECT_NE(secondLog.find("a live hub answers on " + SocketPath() + ", not taking it over"),
+            std::string::npos)
+      << secondLog;
+  ASSERT_EQ(OpenHubInterface(&connection_), Pelarix_Success);
+  uint32_t version = 0;
+  EXPECT_EQ(GetHubVersion(connection_, &version), Pelarix_Success);
+  platform::HubClose(connection_);
+  connection_ = nullptr;
+  std::string log;
+  EXPECT_EQ(Stop(&log), 0);
+  struct stat status {};
+  EXPECT_NE(stat(SocketPath().c_str(), &status), 0);
+}
+
+// A socket that nobody listens on any more is replaced.
+TEST_F(VhubdTest, StaleSocketIsReplaced) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, SocketPath().c_str(), SocketPath().size());
+  int stale = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+  close(stale);
+  Run();
+  ASSERT_EQ(OpenHubInterface(&connection_), Pelarix_Success);
+  uint32_t version = 0;
+  EXPECT_EQ(GetHubVersion(connection_, &version), Pelarix_Success);
 }
 
 }  // namespace

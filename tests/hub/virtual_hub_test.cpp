@@ -302,7 +302,7 @@ TEST(HubModelTest, WithoutRecordsOnlyUnansweredItemsAreKept) {
   EXPECT_TRUE(model.Unplugs().empty());
   EXPECT_EQ(model.ItemReport(), "item " + std::to_string(unanswered) +
                                     " (PlugNo 2, type 0): delivered, never completed\n");
-  model.CloseSession();
+  model.CloseSession("test over");
 }
 
 TEST(RequestFrameTest, ParsesWholeFramesAndWaitsForPartOnes) {
@@ -321,7 +321,7 @@ TEST(RequestFrameTest, ParsesWholeFramesAndWaitsForPartOnes) {
   EXPECT_EQ(parsed.input[1], 0xBB);
   frame[0] = 0;
   EXPECT_EQ(vhub::ParseRequestFrame(frame.data(), frame.size(), &parsed, &consumed),
-            vhub::FrameParse::kMalformed);
+            vhub::FrameParse::kBadMagic);
 }
 
 TEST(RequestFrameTest, ClaimOfAHugeInputIsMalformed) {
@@ -329,7 +329,7 @@ TEST(RequestFrameTest, ClaimOfAHugeInputIsMalformed) {
   vhub::RequestFrame parsed;
   size_t consumed = 0;
   EXPECT_EQ(vhub::ParseRequestFrame(frame.data(), frame.size(), &parsed, &consumed),
-            vhub::FrameParse::kMalformed);
+            vhub::FrameParse::kInputTooLong);
 }
 
 TEST(RequestFrameTest, AnswerIsHeaderThenOutput) {

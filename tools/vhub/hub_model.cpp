@@ -1,6 +1,6 @@
 #include "hub_model.h"
 
-#include <poll.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -78,19 +78,21 @@ uint32_t HubModel::OpenSession() {
   std::lock_guard<std::mutex> lock(mutex_);
   uint32_t status = nextOpenStatus_;
   nextOpenStatus_ = 0;
+  const bool asked = status != 0;
   if (status == 0 && sessionOpen_) status = kErrorSharingViolation;
   if (status == 0) {
     sessionOpen_ = true;
     ++sessionsOpened_;
     Log("session " + std::to_string(sessionsOpened_) + " opened");
   } else {
-    Log("open refused with " + Hex(status));
+    Log("open refused with " + Hex(status) +
+        (asked ? ": the status a test set" : ": another session holds the hub (exclusive open)"));
   }
   sessionChanged_.notify_all();
   return status;
 }
 
-void HubModel::CloseSession() {
+void HubModel::CloseSession(const std::string &reason) {
   std::lock_guard<std::mutex> lock(mutex_);
   for (uint32_t plugNo : plugged_) Log("PlugNo " + std::to_string(plugNo) + " unplugged at close");
   plugged_.clear();
@@ -102,7 +104,7 @@ void HubModel::CloseSession() {
   eventFd_ = -1;
   raised_ = false;
   sessionOpen_ = false;
-  Log("session closed");
+  Log("session closed: " + reason);
   sessionChanged_.notify_all();
 }
 
@@ -175,6 +177,10 @@ HubAnswer HubModel::SetNotificationEvent(uint32_t inputLength, int eventFd) {
     return Failure(kErrorInvalidParameter);
   }
   if (eventFd_ >= 0) close(eventFd_);
+  // The hub must never wait on a client's descriptor: a blocking one whose
+  // counter a client keeps full (or empty) would stop the hub in write (or
+  // read). The library's event is non-blocking already.
+  fcntl(eventFd, F_SETFL, fcntl(eventFd, F_GETFL) | O_NONBLOCK);
   eventFd_ = eventFd;
   raised_ = false;
   UpdateNotification();
@@ -301,11 +307,8 @@ void HubModel::SetRaised(bool raised) {
     uint64_t one = 1;
     [[maybe_unused]] ssize_t written = write(eventFd_, &one, sizeof one);
   } else {
-    // Read only what is there: the descriptor may be a blocking one.
-    pollfd ready{eventFd_, POLLIN, 0};
     uint64_t count = 0;
-    if (poll(&ready, 1, 0) == 1) [[maybe_unused]]
-      ssize_t got = read(eventFd_, &count, sizeof count);
+    [[maybe_unused]] ssize_t got = read(eventFd_, &count, sizeof count);
   }
   raised_ = raised;
 }
@@ -360,7 +363,11 @@ bool HubModel::ReleaseHeld(uint32_t code) {
   auto held = std::find_if(held_.begin(), held_.end(),
                            [code](const HeldReply &reply) { return reply.code == code; });
   if (held == held_.end()) return false;
-  SendAnswer(held->replyFd, held->answer);
+  // Held answers are small and go to a fresh reply socket; one that finds no
+  // room is dropped, and its caller sees the hang-up.
+  size_t sent = 0;
+  int error = 0;
+  SendWithoutWaiting(held->replyFd, EncodeAnswer(held->answer), &sent, &error);
   close(held->replyFd);
   held_.erase(held);
   Log(HubRequestName(code) + " released");

@@ -82,11 +82,12 @@ class HubModel {
 
   // --- the transport's side -------------------------------------------------
   // The open status for a new connection: 0 opens a session; 32 while another
-  // session holds the hub; or the status a test asked for.
+  // session holds the hub; or the status a test asked for. A refusal is
+  // logged with its reason.
   uint32_t OpenSession();
   // Forgets the session: its devices are unplugged, its items dropped and its
-  // notification event let go.
-  void CloseSession();
+  // notification event let go. The reason ends the "session closed" line.
+  void CloseSession(const std::string &reason);
   // One request. eventFd is the descriptor that came with
   // IOCTL_HUB_SET_NOTIFICATION_EVENT (or -1); the model owns it from here.
   // *hold is set when a test asked to hold this request: its answer is then

@@ -18,10 +18,10 @@ void AppendU32(std::vector<uint8_t> &out, uint32_t value) {
 FrameParse ParseRequestFrame(const uint8_t *data, size_t size, RequestFrame *frame,
                              size_t *consumed) {
   *consumed = 0;
-  if (size >= 4 && ReadU32(data) != kRequestMagic) return FrameParse::kMalformed;
+  if (size >= 4 && ReadU32(data) != kRequestMagic) return FrameParse::kBadMagic;
   if (size < kFrameHeaderBytes) return FrameParse::kIncomplete;
   uint32_t inputLength = ReadU32(data + 8);
-  if (inputLength > kMaxRequestInput) return FrameParse::kMalformed;
+  if (inputLength > kMaxRequestInput) return FrameParse::kInputTooLong;
   if (size - kFrameHeaderBytes < inputLength) return FrameParse::kIncomplete;
   frame->code = ReadU32(data + 4);
   frame->inputLength = inputLength;
@@ -42,15 +42,24 @@ std::vector<uint8_t> EncodeAnswer(const HubAnswer &answer) {
   return frame;
 }
 
-bool SendBytes(int fd, const std::vector<uint8_t> &bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    ssize_t sent = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent <= 0) return false;
-    done += static_cast<size_t>(sent);
+SendOutcome SendWithoutWaiting(int fd, const std::vector<uint8_t> &bytes, size_t *sent,
+                               int *error) {
+  *error = 0;
+  while (*sent < bytes.size()) {
+    // MSG_DONTWAIT rather than O_NONBLOCK: the descriptor's flags are shared
+    // with every copy of it, the client's included.
+    ssize_t done =
+        send(fd, bytes.data() + *sent, bytes.size() - *sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (done < 0 && errno == EINTR) continue;
+    if (done < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return SendOutcome::kWouldBlock;
+    if (done < 0 && (errno == EPIPE || errno == ECONNRESET)) return SendOutcome::kPeerGone;
+    if (done <= 0) {
+      *error = done < 0 ? errno : EIO;
+      return SendOutcome::kFailed;
+    }
+    *sent += static_cast<size_t>(done);
   }
-  return true;
+  return SendOutcome::kDone;
 }
 
 }  // namespace pelarix::vhub

@@ -24,10 +24,13 @@ struct RequestFrame {
   uint32_t inputLength = 0;
 };
 
+// The last two are not request frames: the session is beyond repair, as the
+// next frame cannot be found any more.
 enum class FrameParse {
-  kIncomplete,  // more bytes are needed
-  kComplete,    // *frame is set and *consumed bytes belong to it
-  kMalformed,   // not a request frame: the session is beyond repair
+  kIncomplete,    // more bytes are needed
+  kComplete,      // *frame is set and *consumed bytes belong to it
+  kBadMagic,      // the first 4 bytes are not the request magic
+  kInputTooLong,  // the input length is above kMaxRequestInput
 };
 
 FrameParse ParseRequestFrame(const uint8_t *data, size_t size, RequestFrame *frame,
@@ -41,12 +44,17 @@ struct HubAnswer {
 
 // The answer frame: header and output bytes.
 std::vector<uint8_t> EncodeAnswer(const HubAnswer &answer);
-// Sends all bytes on a socket; false if the other end is gone.
-bool SendBytes(int fd, const std::vector<uint8_t> &bytes);
-// Sends the answer frame on a reply descriptor.
-inline bool SendAnswer(int replyFd, const HubAnswer &answer) {
-  return SendBytes(replyFd, EncodeAnswer(answer));
-}
+
+// Descriptors come from clients, and a client can hand over a socket whose
+// buffer it has filled: the hub never waits on one.
+enum class SendOutcome {
+  kDone,        // every byte went out
+  kWouldBlock,  // the socket has no room now; *sent tells how far it got
+  kPeerGone,    // the other end is closed: nobody reads what is left
+  kFailed,      // not a socket, or another error (*error holds errno)
+};
+// Sends bytes from *sent on without waiting, advancing *sent.
+SendOutcome SendWithoutWaiting(int fd, const std::vector<uint8_t> &bytes, size_t *sent, int *error);
 
 // Little-endian helpers for the hub's side.
 uint32_t ReadU32(const uint8_t *at);

@@ -2,15 +2,22 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "hub/hub_control_codes.h"
+
+#ifndef POLLRDHUP
+#define POLLRDHUP 0  // without it a hang-up is seen when the unread bytes are read
+#endif
 
 namespace pelarix::vhub {
 
@@ -18,7 +25,10 @@ namespace {
 
 // A sender that piles descriptors up without frames is not a library.
 constexpr size_t kMaxPassedFds = 64;
+// Answers waiting for room at once, beyond which a session is not reading.
+constexpr size_t kMaxOutgoingReplies = 64;
 constexpr size_t kReadChunk = 64 * 1024;
+constexpr short kHangUp = POLLHUP | POLLERR | POLLRDHUP;
 
 bool MakeDirectories(const std::string &path) {
   for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
@@ -30,6 +40,32 @@ bool MakeDirectories(const std::string &path) {
 
 std::string Errno(const std::string &what) {
   return what + ": " + std::strerror(errno);
+}
+
+std::string Hex(uint32_t value) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08x", value);
+  return text;
+}
+
+bool FillAddress(const std::string &path, sockaddr_un *address) {
+  *address = sockaddr_un{};
+  address->sun_family = AF_UNIX;
+  if (path.size() >= sizeof address->sun_path) return false;
+  std::memcpy(address->sun_path, path.data(), path.size());
+  return true;
+}
+
+// True if something listens on the socket: a connection is taken (or the
+// backlog is full, which only a listener has). A refused connection is a
+// socket left behind by a hub that is gone.
+bool LiveHubAnswers(const sockaddr_un &address) {
+  int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (probe < 0) return false;
+  bool live = connect(probe, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 ||
+              errno == EAGAIN || errno == EINPROGRESS;
+  close(probe);
+  return live;
 }
 
 }  // namespace
@@ -44,30 +80,50 @@ VirtualHub::~VirtualHub() {
 }
 
 bool VirtualHub::Start(std::string *error) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (socketPath_.size() >= sizeof address.sun_path) {
-    *error = "socket path too long: " + socketPath_;
-    return false;
-  }
-  std::memcpy(address.sun_path, socketPath_.data(), socketPath_.size());
   if (!MakeDirectories(options_.directory)) {
     *error = Errno("cannot make " + options_.directory);
     return false;
   }
-  struct stat status {};
-  if (lstat(socketPath_.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
-    unlink(socketPath_.c_str());  // left behind by a hub that died
-  }
-  listenFd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (listenFd_ < 0 ||
-      bind(listenFd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-      listen(listenFd_, 16) != 0 || pipe2(wakeFds_, O_CLOEXEC) != 0) {
-    *error = Errno("cannot listen on " + socketPath_);
+  // Two hubs starting at once on one directory take turns here, so neither
+  // removes the socket the other has just bound.
+  int directoryFd = open(options_.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (directoryFd >= 0) flock(directoryFd, LOCK_EX);
+  bool claimed = ClaimSocketPath(error);
+  if (directoryFd >= 0) close(directoryFd);  // and with it the lock
+  if (!claimed) {
     Stop();
     return false;
   }
   thread_ = std::thread([this] { Serve(); });
+  return true;
+}
+
+bool VirtualHub::ClaimSocketPath(std::string *error) {
+  sockaddr_un address;
+  if (!FillAddress(socketPath_, &address)) {
+    *error = "socket path too long: " + socketPath_;
+    return false;
+  }
+  struct stat status {};
+  if (lstat(socketPath_.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) {
+    if (LiveHubAnswers(address)) {
+      *error = "a live hub answers on " + socketPath_ + ", not taking it over";
+      return false;
+    }
+    unlink(socketPath_.c_str());  // left behind by a hub that died
+  }
+  listenFd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (listenFd_ < 0 ||
+      bind(listenFd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
+    *error = Errno("cannot listen on " + socketPath_);
+    if (listenFd_ >= 0) close(listenFd_);
+    listenFd_ = -1;  // the path is not ours: Stop must not remove it
+    return false;
+  }
+  if (listen(listenFd_, 16) != 0 || pipe2(wakeFds_, O_CLOEXEC) != 0) {
+    *error = Errno("cannot listen on " + socketPath_);
+    return false;
+  }
   return true;
 }
 
@@ -77,7 +133,7 @@ void VirtualHub::Stop() {
     [[maybe_unused]] ssize_t written = write(wakeFds_[1], &wake, 1);
     thread_.join();
   }
-  DropSession();
+  DropSession("the hub stops");
   if (listenFd_ >= 0) {
     close(listenFd_);
     unlink(socketPath_.c_str());
@@ -93,33 +149,69 @@ void VirtualHub::Serve() {
   for (;;) {
     // The session comes before new connections: a hang-up that came first
     // is seen before the next open, so a closed session never blocks it.
-    pollfd fds[3] = {{wakeFds_[0], POLLIN, 0}, {sessionFd_, POLLIN, 0}, {listenFd_, POLLIN, 0}};
-    if (poll(fds, 3, -1) < 0) {
+    std::vector<pollfd> fds = {
+        {wakeFds_[0], POLLIN, 0}, {sessionFd_, POLLIN | POLLRDHUP, 0}, {listenFd_, POLLIN, 0}};
+    for (const OutgoingReply &reply : replies_) fds.push_back({reply.fd, POLLOUT, 0});
+    if (poll(fds.data(), fds.size(), PollTimeout()) < 0) {
       if (errno == EINTR) continue;
       return;
     }
     if (fds[0].revents != 0) return;
-    if (fds[1].revents != 0 && !ReadSession()) DropSession();
+    std::vector<short> replyEvents;
+    for (size_t i = 3; i < fds.size(); ++i) replyEvents.push_back(fds[i].revents);
+    std::string ended;
+    if (fds[1].revents != 0) ended = ReadSession(fds[1].revents);
+    if (ended.empty()) ended = FlushReplies(replyEvents.data(), replyEvents.size());
+    if (!ended.empty()) DropSession(ended);
     if (fds[2].revents != 0) Accept();
   }
+}
+
+// Until the earliest deadline of an answer still going out; no limit without.
+int VirtualHub::PollTimeout() const {
+  if (replies_.empty()) return -1;
+  Clock::time_point earliest = replies_.front().deadline;
+  for (const OutgoingReply &reply : replies_) earliest = std::min(earliest, reply.deadline);
+  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(earliest - Clock::now());
+  return static_cast<int>(std::max<int64_t>(0, left.count() + 1));
 }
 
 void VirtualHub::Accept() {
   int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
   if (fd < 0) return;
+  // A client that closed its session and connects again at once finds its
+  // old session over, also when poll saw the new connection first.
+  if (sessionFd_ >= 0 && SessionHungUp()) DropSession("the client closed the connection");
   uint32_t status = model_.OpenSession();
   std::vector<uint8_t> statusBytes;
   AppendU32(statusBytes, status);
-  bool sent = SendBytes(fd, statusBytes);
-  if (status == 0 && sent) {
+  size_t sent = 0;
+  int error = 0;
+  // A fresh connection always has room for 4 bytes; one that has none is
+  // not worth waiting for.
+  bool delivered = SendWithoutWaiting(fd, statusBytes, &sent, &error) == SendOutcome::kDone;
+  if (status == 0 && delivered) {
     sessionFd_ = fd;
     return;
   }
-  if (status == 0) model_.CloseSession();
+  if (status == 0) model_.CloseSession("the open status could not be delivered");
   close(fd);
 }
 
-bool VirtualHub::ReadSession() {
+bool VirtualHub::SessionHungUp() const {
+  pollfd session{sessionFd_, POLLRDHUP, 0};
+  return poll(&session, 1, 0) == 1 && (session.revents & kHangUp) != 0;
+}
+
+std::string VirtualHub::ReadSession(short events) {
+  // A session is over when its connection is closed, whatever it left
+  // unread: the frames behind a hang-up have nobody to answer to.
+  if ((events & kHangUp) != 0) {
+    int unread = 0;
+    ioctl(sessionFd_, FIONREAD, &unread);
+    return "the client closed the connection" +
+           (unread > 0 ? ", " + std::to_string(unread) + " bytes unread" : std::string());
+  }
   uint8_t chunk[kReadChunk];
   alignas(cmsghdr) uint8_t control[CMSG_SPACE(16 * sizeof(int))];
   iovec part{chunk, sizeof chunk};
@@ -128,9 +220,10 @@ bool VirtualHub::ReadSession() {
   message.msg_iovlen = 1;
   message.msg_control = control;
   message.msg_controllen = sizeof control;
-  ssize_t got = recvmsg(sessionFd_, &message, MSG_CMSG_CLOEXEC);
-  if (got < 0 && errno == EINTR) return true;
-  for (cmsghdr *header = CMSG_FIRSTHDR(&message); got >= 0 && header != nullptr;
+  ssize_t got = recvmsg(sessionFd_, &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
+  if (got < 0 && (errno == EINTR || errno == EAGAIN)) return "";
+  if (got < 0) return Errno("read error");
+  for (cmsghdr *header = CMSG_FIRSTHDR(&message); header != nullptr;
        header = CMSG_NXTHDR(&message, header)) {
     if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
     size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
@@ -140,24 +233,38 @@ bool VirtualHub::ReadSession() {
       passedFds_.push_back(fd);
     }
   }
-  if (got <= 0 || (message.msg_flags & MSG_CTRUNC) != 0 || passedFds_.size() > kMaxPassedFds) {
-    return false;
+  if (got == 0) return "the client closed the connection";
+  if ((message.msg_flags & MSG_CTRUNC) != 0) {
+    return "bad frame: more than 16 descriptors on one message";
+  }
+  if (passedFds_.size() > kMaxPassedFds) {
+    return "bad frame: more than " + std::to_string(kMaxPassedFds) +
+           " descriptors without their frames";
   }
   pending_.insert(pending_.end(), chunk, chunk + got);
   return AnswerFrames();
 }
 
-bool VirtualHub::AnswerFrames() {
+std::string VirtualHub::AnswerFrames() {
   size_t used = 0;
-  for (;;) {
+  std::string ended;
+  while (ended.empty()) {
     RequestFrame frame;
     size_t consumed = 0;
     FrameParse parse =
         ParseRequestFrame(pending_.data() + used, pending_.size() - used, &frame, &consumed);
-    if (parse == FrameParse::kMalformed) return false;
     if (parse == FrameParse::kIncomplete) break;
+    if (parse == FrameParse::kBadMagic)
+      return "bad frame: wrong magic " + Hex(ReadU32(&pending_[used]));
+    if (parse == FrameParse::kInputTooLong) {
+      return "bad frame: input length " + std::to_string(ReadU32(&pending_[used + 8])) +
+             " above the limit of " + std::to_string(kMaxRequestInput);
+    }
     size_t needed = frame.code == IOCTL_HUB_SET_NOTIFICATION_EVENT ? 2 : 1;
-    if (passedFds_.size() < needed) return false;  // a frame without its reply end
+    if (passedFds_.size() < needed) {
+      return "bad frame: " + HubRequestName(frame.code) + " without its " +
+             (passedFds_.empty() ? "reply descriptor" : "notification event descriptor");
+    }
     int reply = passedFds_.front();
     passedFds_.pop_front();
     int eventFd = -1;
@@ -171,23 +278,88 @@ bool VirtualHub::AnswerFrames() {
     if (hold) {
       model_.HoldReply(frame.code, reply, std::move(answer));
     } else {
-      SendAnswer(reply, answer);  // a caller that went away misses nothing
-      close(reply);
+      ended = Deliver(reply, frame.code, answer);
     }
     used += consumed;
   }
   pending_.erase(pending_.begin(), pending_.begin() + static_cast<ptrdiff_t>(used));
-  return true;
+  return ended;
 }
 
-void VirtualHub::DropSession() {
+// Sends what fits at once; the rest waits in replies_ for room, until its
+// deadline.
+std::string VirtualHub::Deliver(int replyFd, uint32_t code, const HubAnswer &answer) {
+  OutgoingReply reply{replyFd, code, EncodeAnswer(answer), 0,
+                      Clock::now() + std::chrono::milliseconds(options_.replyTimeoutMs)};
+  int error = 0;
+  switch (SendWithoutWaiting(reply.fd, reply.bytes, &reply.sent, &error)) {
+    case SendOutcome::kDone:
+      close(reply.fd);
+      return "";
+    case SendOutcome::kPeerGone:
+      // The caller went away before its answer: nothing is lost for anyone.
+      Log("answer to " + HubRequestName(code) + " dropped: the caller closed its reply end");
+      close(reply.fd);
+      return "";
+    case SendOutcome::kFailed:
+      close(reply.fd);
+      return "reply undeliverable: " + HubRequestName(code) + " answer on a descriptor that " +
+             "takes none (" + std::strerror(error) + ")";
+    case SendOutcome::kWouldBlock:
+      break;
+  }
+  replies_.push_back(std::move(reply));
+  if (replies_.size() > kMaxOutgoingReplies) {
+    return "reply undeliverable: " + std::to_string(replies_.size()) + " answers wait to be read";
+  }
+  return "";
+}
+
+// Goes on with the answers whose descriptors poll reported; events[i]
+// belongs to replies_[i].
+std::string VirtualHub::FlushReplies(const short *events, size_t count) {
+  std::string ended;
+  std::vector<OutgoingReply> waiting;
+  for (size_t i = 0; i < replies_.size(); ++i) {
+    OutgoingReply &reply = replies_[i];
+    SendOutcome outcome = SendOutcome::kWouldBlock;
+    int error = 0;
+    if (i < count && events[i] != 0)
+      outcome = SendWithoutWaiting(reply.fd, reply.bytes, &reply.sent, &error);
+    if (outcome == SendOutcome::kWouldBlock && Clock::now() >= reply.deadline && ended.empty()) {
+      ended = "reply undeliverable: " + HubRequestName(reply.code) + " answer, " +
+              std::to_string(reply.bytes.size() - reply.sent) + " of " +
+              std::to_string(reply.bytes.size()) + " bytes not taken within " +
+              std::to_string(options_.replyTimeoutMs) + " ms";
+    }
+    if (outcome == SendOutcome::kFailed && ended.empty()) {
+      ended = "reply undeliverable: " + HubRequestName(reply.code) + " answer (" +
+              std::strerror(error) + ")";
+    }
+    if (outcome == SendOutcome::kWouldBlock) {
+      waiting.push_back(std::move(reply));
+    } else {
+      close(reply.fd);
+    }
+  }
+  replies_ = std::move(waiting);
+  return ended;
+}
+
+void VirtualHub::DropSession(const std::string &reason) {
+  for (const OutgoingReply &reply : replies_) close(reply.fd);  // their callers see a hang-up
+  replies_.clear();
   if (sessionFd_ < 0) return;
   close(sessionFd_);
   sessionFd_ = -1;
   for (int fd : passedFds_) close(fd);
   passedFds_.clear();
   pending_.clear();
-  model_.CloseSession();
+  model_.CloseSession(reason);
+}
+
+void VirtualHub::Log(const std::string &line) const {
+  if (options_.logger) options_.logger(line);
 }
 
 }  // namespace pelarix::vhub

@@ -5,6 +5,7 @@
 // pelarix-vhubd runs one until it is told to stop.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -21,6 +22,9 @@ struct VirtualHubOptions {
   uint32_t version = kDefaultHubVersion;
   HubModel::Logger logger;  // what the hub does, line by line; may be empty
   bool keepRecords = true;  // see HubModel
+  // How long an answer may wait for room on its reply descriptor before the
+  // client is dropped as one that does not read its answers.
+  uint32_t replyTimeoutMs = 2000;
 };
 
 class VirtualHub {
@@ -31,6 +35,8 @@ class VirtualHub {
   VirtualHub &operator=(const VirtualHub &) = delete;
 
   // Binds the socket and starts serving; false with *error set on failure.
+  // A socket left behind by a hub that is gone is replaced; one on which a
+  // live hub answers is left alone, and the start fails.
   bool Start(std::string *error);
   // Stops serving, drops the session and removes the socket.
   void Stop();
@@ -39,12 +45,29 @@ class VirtualHub {
   const std::string &SocketPath() const { return socketPath_; }
 
  private:
+  using Clock = std::chrono::steady_clock;
+  // An answer that found no room on its reply descriptor at once.
+  struct OutgoingReply {
+    int fd;
+    uint32_t code;
+    std::vector<uint8_t> bytes;
+    size_t sent;
+    Clock::time_point deadline;
+  };
+
+  // Each of the following returns why the session is over, or "" while it
+  // goes on.
+  bool ClaimSocketPath(std::string *error);
   void Serve();
+  int PollTimeout() const;
   void Accept();
-  // False when the session is over (hang-up, error or a broken frame).
-  bool ReadSession();
-  bool AnswerFrames();
-  void DropSession();
+  bool SessionHungUp() const;
+  std::string ReadSession(short events);
+  std::string AnswerFrames();
+  std::string Deliver(int replyFd, uint32_t code, const HubAnswer &answer);
+  std::string FlushReplies(const short *events, size_t count);
+  void DropSession(const std::string &reason);
+  void Log(const std::string &line) const;
 
   VirtualHubOptions options_;
   std::string socketPath_;
@@ -53,8 +76,9 @@ class VirtualHub {
   int listenFd_ = -1;
   int wakeFds_[2] = {-1, -1};
   int sessionFd_ = -1;
-  std::vector<uint8_t> pending_;  // bytes of frames not yet whole
-  std::deque<int> passedFds_;     // descriptors received, in order
+  std::vector<uint8_t> pending_;        // bytes of frames not yet whole
+  std::deque<int> passedFds_;           // descriptors received, in order
+  std::vector<OutgoingReply> replies_;  // answers of the session still going out
 };
 
 }  // namespace pelarix::vhub
