@@ -4,11 +4,15 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <regex>
 #include <string>
@@ -138,6 +142,37 @@ TEST_F(SessionTest, HubHeldByAnotherSessionIsHubOpenFailed) {
                       {0, "Failed to open virtual hub interface"},
                       {2, "Open handle: " + kNull + ", status: 0x8"}}));
   EXPECT_EQ(Pelarix_CloseHandle(first), Pelarix_Success);
+}
+
+// A hub that takes the connection and never sends its open status fails the
+// open as any hub that cannot be opened, once the wait for the status ends
+// (ERROR_TIMEOUT, 0x5b4).
+TEST_F(SessionTest, SilentHubIsHubOpenFailedWhenTheWaitEnds) {
+  const std::string path = directory_.Path() + "/hub";
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.c_str(), path.size());
+  int silent = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(silent, 4), 0);
+  setenv("PELARIX_HUB_OPEN_TIMEOUT_MS", "100", 1);
+  PelarixHandle handle = &handle;
+  auto created = std::async(std::launch::async, [&] { return Pelarix_CreateSession(&handle); });
+  if (created.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
+    ADD_FAILURE() << "the session open still waits for the hub";
+    close(silent);  // releases the open
+    silent = -1;
+  }
+  EXPECT_EQ(created.get(), Pelarix_HubOpenFailed);
+  EXPECT_EQ(handle, nullptr);
+  EXPECT_EQ(capture_.Lines(),
+            (LogLines{{2, "Failed to create virtual hub interface, Device Path: " + path +
+                              ", error: 0x5b4"},
+                      {2, "Open virtual hub interface, handle: " + kNull + ", status: 0x8"},
+                      {0, "Failed to open virtual hub interface"},
+                      {2, "Open handle: " + kNull + ", status: 0x8"}}));
+  unsetenv("PELARIX_HUB_OPEN_TIMEOUT_MS");
+  if (silent >= 0) close(silent);
 }
 
 void ExpectVersionRefused(SessionTest *, vhub::HubModel &model, LogCapture &capture) {

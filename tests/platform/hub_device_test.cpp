@@ -2,11 +2,15 @@
 // with its status word, and control requests over the real socket transport,
 // against the virtual hub and against hand-made hubs that misbehave.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,6 +18,7 @@
 #include "hub/hub_control_codes.h"
 #include "hub_directory.h"
 #include "platform/platform.h"
+#include "platform/posix/hub_open_wait.h"
 #include "raw_hub.h"
 #include "virtual_hub.h"
 
@@ -390,6 +395,104 @@ TEST_F(HubDeviceTest, HubThatHangsUpBeforeItsStatusFailsTheOpen) {
   EXPECT_EQ(HubOpen(Wide(path).c_str(), &connection), kErrorDeviceNotConnected);
   EXPECT_EQ(connection, nullptr);
   server.join();
+}
+
+// A socket that takes connections into its backlog and never answers: a hub
+// that is stopped or stuck. Closing it resets the connections waiting in it.
+class SilentHub {
+ public:
+  explicit SilentHub(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.c_str(), path.size());
+    fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    EXPECT_EQ(listen(fd_, 4), 0);
+  }
+  ~SilentHub() { Close(); }
+  void Close() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_ = -1;
+};
+
+// Far beyond any wait of the tests; it only ends a test that fails.
+constexpr auto kPatience = std::chrono::seconds(10);
+
+TEST_F(HubDeviceTest, SilentHubFailsTheOpenWhenTheWaitEnds) {
+  std::string path = directory_.Path() + "/hub";
+  SilentHub silent(path);
+  setenv("PELARIX_HUB_OPEN_TIMEOUT_MS", "100", 1);
+  std::u16string wide = Wide(path);
+  HubConnection connection = nullptr;
+  auto opened = std::async(std::launch::async, [&] { return HubOpen(wide.c_str(), &connection); });
+  if (opened.wait_for(kPatience) != std::future_status::ready) {
+    ADD_FAILURE() << "the open still waits for its status";
+    silent.Close();  // releases the open
+  }
+  EXPECT_EQ(opened.get(), kErrorTimeout);
+  EXPECT_EQ(kErrorTimeout, 1460u);
+  EXPECT_EQ(connection, nullptr);
+  unsetenv("PELARIX_HUB_OPEN_TIMEOUT_MS");
+}
+
+TEST_F(HubDeviceTest, OpenWaitIsSetInMillisecondsThroughTheEnvironment) {
+  unsetenv("PELARIX_HUB_OPEN_TIMEOUT_MS");
+  EXPECT_EQ(HubOpenWaitMs(), 5000u);
+  const std::vector<std::pair<std::string, uint32_t>> cases = {{"250", 250},
+                                                               {"1", 1},
+                                                               {"2147483647", 2147483647},
+                                                               {"", 5000},
+                                                               {"0", 5000},
+                                                               {"2147483648", 5000},
+                                                               {"99999999999", 5000},
+                                                               {"12x", 5000},
+                                                               {"-5", 5000},
+                                                               {" 250", 5000},
+                                                               {"250ms", 5000},
+                                                               {"0x10", 5000}};
+  for (const auto &[text, expected] : cases) {
+    setenv("PELARIX_HUB_OPEN_TIMEOUT_MS", text.c_str(), 1);
+    EXPECT_EQ(HubOpenWaitMs(), expected) << '"' << text << '"';
+  }
+  unsetenv("PELARIX_HUB_OPEN_TIMEOUT_MS");
+}
+
+// The bound is on the open status only: a request that the hub holds waits as
+// long as the hub takes, and ends with a broken connection when the hub goes.
+TEST_F(HubDeviceTest, HeldRequestOutlastsTheOpenWait) {
+  setenv("PELARIX_HUB_OPEN_TIMEOUT_MS", "20", 1);
+  auto hub = StartHub();
+  HubConnection connection = Open();
+  hub->Model().HoldAnswer(IOCTL_HUB_GET_VERSION, HubAnswer{true, 0, {1, 0, 2, 0}});
+  hub->Model().HoldAnswer(IOCTL_HUB_GET_UNIQUE_ITEM_ID, HubAnswer{true, 0, {}});
+  auto ask = [&](uint32_t code) {
+    return std::async(std::launch::async, [&, code] {
+      uint32_t word = 0;
+      uint32_t bytes = 0;
+      HubControlResult result = HubControl(connection, code, &word, 4, &word, 4, &bytes, nullptr);
+      return std::make_pair(result, word);
+    });
+  };
+  auto version = ask(IOCTL_HUB_GET_VERSION);
+  auto itemId = ask(IOCTL_HUB_GET_UNIQUE_ITEM_ID);
+  ASSERT_TRUE(hub->Model().WaitForHeld(2, 5000));
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // five open waits
+  EXPECT_EQ(version.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  ASSERT_TRUE(hub->Model().ReleaseHeld(IOCTL_HUB_GET_VERSION));
+  auto [versionResult, versionWord] = version.get();
+  EXPECT_EQ(versionResult.error, kErrorSuccess);
+  EXPECT_TRUE(versionResult.pending);
+  EXPECT_EQ(versionWord, 0x00020001u);
+  hub->Stop();
+  auto [itemResult, itemWord] = itemId.get();
+  EXPECT_EQ(itemResult.error, kErrorDeviceNotConnected);
+  EXPECT_FALSE(itemResult.pending);
+  HubClose(connection);
+  unsetenv("PELARIX_HUB_OPEN_TIMEOUT_MS");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // The fresh pair plays the part of the fresh event of an overlapped request:
 // concurrent requests on one connection never see each other's answers.
 #include <dirent.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -19,6 +21,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "platform/posix/hub_open_wait.h"
 #include "platform/posix/system_error.h"
 
 namespace pelarix::platform {
@@ -153,6 +156,26 @@ bool ReadAll(int fd, void *buffer, size_t length) {
   return true;
 }
 
+// Reads exactly length bytes within timeoutMs: 0, kErrorTimeout, or 1167 on
+// end of stream or error.
+uint32_t ReadAllWithin(int fd, unsigned char *at, size_t length, uint32_t timeoutMs) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  while (length > 0) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    pollfd ready{fd, POLLIN, 0};
+    int polled = poll(&ready, 1, static_cast<int>(std::max<int64_t>(0, left.count())));
+    if (polled < 0 && errno == EINTR) continue;
+    if (polled == 0) return kErrorTimeout;
+    ssize_t got = polled > 0 ? recv(fd, at, length, MSG_DONTWAIT) : -1;
+    if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (got <= 0) return kErrorDeviceNotConnected;
+    at += got;
+    length -= static_cast<size_t>(got);
+  }
+  return kErrorSuccess;
+}
+
 // Sends the frame whole; the descriptors ride on its first byte.
 bool SendFrame(int socket, const unsigned char *header, const void *input, uint32_t inputLength,
                const int *fds, size_t fdCount) {
@@ -210,6 +233,17 @@ HubControlResult ReadAnswer(int reply, void *output, uint32_t outputLength,
 
 }  // namespace
 
+uint32_t HubOpenWaitMs() {
+  const char *text = std::getenv("PELARIX_HUB_OPEN_TIMEOUT_MS");
+  if (text == nullptr || *text == 0 || std::strlen(text) > 10) return kDefaultHubOpenWaitMs;
+  uint64_t value = 0;
+  for (const char *at = text; *at != 0; ++at) {
+    if (*at < '0' || *at > '9') return kDefaultHubOpenWaitMs;
+    value = value * 10 + static_cast<uint64_t>(*at - '0');
+  }
+  return value >= 1 && value <= 0x7FFFFFFF ? static_cast<uint32_t>(value) : kDefaultHubOpenWaitMs;
+}
+
 uint32_t HubGetDeviceSet(HubDeviceSet *out) {
   *out = nullptr;
   auto *set = new (std::nothrow) HubDeviceSetObject;
@@ -265,7 +299,8 @@ uint32_t HubOpen(const char16_t *path, HubConnection *out) {
     return error;
   }
   unsigned char status[4];
-  uint32_t error = ReadAll(fd, status, sizeof status) ? GetU32(status) : kErrorDeviceNotConnected;
+  uint32_t error = ReadAllWithin(fd, status, sizeof status, HubOpenWaitMs());
+  if (error == kErrorSuccess) error = GetU32(status);
   auto *hub = error == kErrorSuccess ? new (std::nothrow) HubConnectionObject{fd, {}} : nullptr;
   if (error == kErrorSuccess && hub == nullptr) error = kErrorNotEnoughMemory;
   if (error != kErrorSuccess) {
