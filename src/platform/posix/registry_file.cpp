@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <new>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -69,12 +70,11 @@ uint32_t OpenKeyFromFile(const char *path, RegistryKey *out) {
   if (error != kErrorSuccess) {
     return error;
   }
-  const RegistryFile file = RegistryFile::Parse(contents);
-  const RegistryFileKey *key = file.FindKey(path);
-  if (key == nullptr) {
+  std::optional<RegistryFileKey> key = RegistryFile::ReadKey(std::move(contents), path);
+  if (!key) {
     return kErrorFileNotFound;
   }
-  *out = new RegistryKeyObject{*key};
+  *out = new RegistryKeyObject{std::move(*key)};
   return kErrorSuccess;
 }
 

@@ -108,7 +108,7 @@ void AppendUtf8(uint32_t codePoint, std::string *out) {
 // as the system's own conversion does; an odd last byte is no character.
 std::string Utf16LeToUtf8(const uint8_t *bytes, size_t size) {
   std::string out;
-  out.reserve(size);
+  out.reserve(size / 2);  // one byte per unit for the ASCII that such files hold
   const size_t units = size / 2;
   auto unitAt = [bytes](size_t i) {
     return static_cast<uint32_t>(bytes[2 * i] | (bytes[2 * i + 1] << 8));
@@ -128,16 +128,18 @@ std::string Utf16LeToUtf8(const uint8_t *bytes, size_t size) {
   return out;
 }
 
-// The file's text as UTF-8, whatever form the editor saved it in.
-std::string DecodeFileText(std::string_view bytes) {
-  const auto *raw = reinterpret_cast<const uint8_t *>(bytes.data());
-  if (bytes.size() >= 2 && raw[0] == 0xFF && raw[1] == 0xFE) {
-    return Utf16LeToUtf8(raw + 2, bytes.size() - 2);
-  }
-  if (bytes.size() >= 3 && raw[0] == 0xEF && raw[1] == 0xBB && raw[2] == 0xBF) {
+bool IsUtf16LeFile(std::string_view bytes) {
+  return bytes.size() >= 2 && static_cast<uint8_t>(bytes[0]) == 0xFF &&
+         static_cast<uint8_t>(bytes[1]) == 0xFE;
+}
+
+// The file's UTF-8 text without its byte-order mark, in place.
+std::string_view Utf8FileText(std::string_view bytes) {
+  if (bytes.size() >= 3 && static_cast<uint8_t>(bytes[0]) == 0xEF &&
+      static_cast<uint8_t>(bytes[1]) == 0xBB && static_cast<uint8_t>(bytes[2]) == 0xBF) {
     bytes.remove_prefix(3);
   }
-  return std::string(bytes);
+  return bytes;
 }
 
 // A physical line without its comment. quoteOpen tells that the line ended
@@ -168,7 +170,8 @@ LineBody StripComment(std::string_view line) {
 
 // A quoted text at *pos with the editor's two escapes, \\ and \". Any other
 // escape makes the line unreadable rather than guess what was meant.
-bool ReadQuoted(std::string_view line, size_t *pos, std::string *out) {
+template <class Text>
+bool ReadQuoted(std::string_view line, size_t *pos, Text *out) {
   if (*pos >= line.size() || line[*pos] != '"') {
     return false;
   }
@@ -195,6 +198,7 @@ bool ReadQuoted(std::string_view line, size_t *pos, std::string *out) {
 // editor leaves one before each continuation), nothing at all for no bytes.
 bool ParseHexList(std::string_view text, std::vector<uint8_t> *out) {
   text = Trim(text);
+  out->reserve(text.size() / 3 + 1);  // "xx," per byte, the last without its comma
   while (!text.empty()) {
     const size_t comma = text.find(',');
     const std::string_view token = Trim(text.substr(0, comma));
@@ -249,13 +253,46 @@ struct RegistryFile::Section {
 
 RegistryFile RegistryFile::Parse(std::string_view bytes) {
   RegistryFile file;
-  file.ParseText(DecodeFileText(bytes));
+  file.ParseBytes(std::string(bytes));
   return file;
+}
+
+std::optional<RegistryFileKey> RegistryFile::ReadKey(std::string bytes, std::string_view path) {
+  RegistryFile file;
+  file.only_ = NormalizeRegistryPath(path);
+  file.ParseBytes(std::move(bytes));
+  const auto it = file.keys_.find(*file.only_);
+  if (it != file.keys_.end()) {
+    return std::move(it->second);
+  }
+  if (file.FindKey(*file.only_) != nullptr) {
+    return RegistryFileKey();  // a key below it exists
+  }
+  return std::nullopt;
+}
+
+void RegistryFile::ParseBytes(std::string bytes) {
+  if (!IsUtf16LeFile(bytes)) {
+    ParseText(Utf8FileText(bytes));
+    return;
+  }
+  std::string text =
+      Utf16LeToUtf8(reinterpret_cast<const uint8_t *>(bytes.data()) + 2, bytes.size() - 2);
+  std::string().swap(bytes);  // the image is not needed once decoded
+  ParseText(text);
+}
+
+bool RegistryFile::Keeps(const std::string &path) const {
+  return !only_ || path == *only_ || IsBelow(path, *only_);
+}
+
+bool RegistryFile::KeepsValuesOf(const std::string &path) const {
+  return !only_ || path == *only_;
 }
 
 void RegistryFile::ParseText(std::string_view text) {
   Section section;
-  std::string logical;
+  std::string logical;  // the lines of a value continued with "\\"
   bool continuing = false;
   bool headerSeen = false;
   while (!text.empty() || continuing) {
@@ -272,9 +309,12 @@ void RegistryFile::ParseText(std::string_view text) {
       continuing = true;
       continue;
     }
-    logical.append(piece);
+    // A line that stands alone is read where it is, without a copy.
+    if (continuing) {
+      logical.append(piece);
+    }
+    const std::string_view line = Trim(continuing ? std::string_view(logical) : piece);
     continuing = false;
-    const std::string_view line = Trim(logical);
     if (!headerSeen) {
       if (!line.empty()) {
         headerSeen = true;
@@ -287,13 +327,16 @@ void RegistryFile::ParseText(std::string_view text) {
     } else {
       ParseLogicalLine(line, &section);
     }
-    logical.clear();
+    std::string().swap(logical);  // a long value's text goes as soon as it is read
   }
 }
 
 void RegistryFile::ParseLogicalLine(std::string_view line, Section *section) {
   if (line.empty()) {
     return;
+  }
+  if (only_ && section->state == Section::kIgnored && line.front() != '[') {
+    return;  // a value of a key that is not asked for: not even read
   }
   bool readable = false;
   if (line.front() == '[') {
@@ -331,8 +374,11 @@ bool RegistryFile::OpenSection(std::string_view line, Section *section) {
     DeleteKeyTree(path);
     return true;
   }
+  if (!Keeps(path)) {
+    return true;  // read as an ignored hive: its lines are checked, not kept
+  }
   keys_.try_emplace(path);
-  section->state = Section::kKey;
+  section->state = KeepsValuesOf(path) ? Section::kKey : Section::kIgnored;
   section->path = path;
   return true;
 }
@@ -354,13 +400,12 @@ bool RegistryFile::ParseValueLine(std::string_view line, const Section &section)
   RegistryFileValue value;
   bool removal = false;
   if (!rest.empty() && rest.front() == '"') {
-    std::string text;
     size_t end = 0;
-    if (!ReadQuoted(rest, &end, &text) || !Trim(rest.substr(end)).empty()) {
+    value.data.reserve(rest.size());  // the text and its NUL fit where its quotes stood
+    if (!ReadQuoted(rest, &end, &value.data) || !Trim(rest.substr(end)).empty()) {
       return false;
     }
     value.type = kRegSz;
-    value.data.assign(text.begin(), text.end());
     value.data.push_back(0);
   } else if (rest == "-") {
     removal = true;
@@ -387,7 +432,7 @@ bool RegistryFile::ParseValueLine(std::string_view line, const Section &section)
     }
     if (unicodeFile_ && IsTextType(value.type)) {
       const std::string text = Utf16LeToUtf8(value.data.data(), value.data.size());
-      value.data.assign(text.begin(), text.end());
+      value.data = std::vector<uint8_t>(text.begin(), text.end());
     }
   } else {
     return false;

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,6 +35,12 @@ class RegistryFile {
   // such a file.
   static RegistryFile Parse(std::string_view bytes);
 
+  // The values of the key at path, or nothing when the file has no such key
+  // (FindKey's rule). Reads the file image it is given, which it frees as
+  // soon as it is decoded, and keeps only the values of that one key, so the
+  // memory it takes stays within twice the file's size.
+  static std::optional<RegistryFileKey> ReadKey(std::string bytes, std::string_view path);
+
   // The key at a path below HKEY_LOCAL_MACHINE, compared without regard to
   // ASCII case and to trailing backslashes; null if no section names it or a
   // key below it.
@@ -45,6 +52,7 @@ class RegistryFile {
 
  private:
   struct Section;
+  void ParseBytes(std::string bytes);
   void ParseText(std::string_view text);
   void ParseLogicalLine(std::string_view line, Section *section);
   bool OpenSection(std::string_view line, Section *section);
@@ -54,7 +62,13 @@ class RegistryFile {
       const std::string &path) const;
   static bool IsBelow(const std::string &key, const std::string &path);
 
+  // Keys outside the subtree of only_ are not kept, nor values of keys other
+  // than only_ itself; unset, every key is kept with its values.
+  bool Keeps(const std::string &path) const;
+  bool KeepsValuesOf(const std::string &path) const;
+
   std::map<std::string, RegistryFileKey> keys_;
+  std::optional<std::string> only_;
   bool hasHeader_ = false;
   bool unicodeFile_ = false;  // version 5.00: hex(1), hex(2), hex(7) hold UTF-16LE
   size_t malformedLines_ = 0;
