@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -539,6 +540,36 @@ TEST(RegistryFileParserTest, DeletedTreeTakesItsKeysAboveAlongUnlessOthersRemain
   EXPECT_EQ(file.FindKey("top\\one\\x"), nullptr);
   EXPECT_NE(file.FindKey("top\\one!"), nullptr);
   EXPECT_NE(file.FindKey("top"), nullptr);
+}
+
+// An open reads one key alone; it finds that key as the parse of the whole
+// file does, values and all, whatever else the file holds.
+TEST(RegistryFileParserTest, ReadKeyGivesTheKeyAsTheWholeParseDoes) {
+  const std::string text =
+      "REGEDIT4\n[HKLM\\a\\b]\n\"V\"=dword:1\n\"T\"=\"x\\\\y\"\n"
+      "[HKCU\\a\\b]\n\"V\"=dword:2\n[HKLM\\a\\b\\c]\n\"W\"=hex:01,\\\n  02\n"
+      "[HKLM\\other]\n\"V\"=bad\n[-HKLM\\gone]\n[HKLM\\gone\\x]\n[-HKLM\\gone]\n"
+      "[HKLM\\a\\b]\n\"T\"=-\n\"U\"=hex(2):41,00\n[HKLM\\A\\B\\]\n@=\"root\"\n";
+  for (const std::string &bytes : {text, std::string("\xEF\xBB\xBF") + text}) {
+    const RegistryFile file = RegistryFile::Parse(bytes);
+    for (std::string_view path :
+         {"a\\b", "A\\B\\", "a", "a\\b\\c", "other", "gone", "gone\\x", "", "a\\b\\d"}) {
+      const RegistryFileKey *whole = file.FindKey(path);
+      const std::optional<RegistryFileKey> alone = RegistryFile::ReadKey(bytes, path);
+      ASSERT_EQ(alone.has_value(), whole != nullptr) << path;
+      if (whole == nullptr) continue;
+      ASSERT_EQ(alone->size(), whole->size()) << path;
+      for (const auto &[name, value] : *whole) {
+        const RegistryFileValue *found = FindRegistryValue(*alone, name);
+        ASSERT_NE(found, nullptr) << path << " " << name;
+        EXPECT_EQ(found->type, value.type) << path << " " << name;
+        EXPECT_EQ(found->data, value.data) << path << " " << name;
+      }
+    }
+  }
+  const RegistryFile file = RegistryFile::Parse(text);
+  ASSERT_NE(file.FindKey("a\\b"), nullptr);
+  EXPECT_EQ(file.FindKey("a\\b")->size(), 3u);  // V, U and the default value
 }
 
 TEST(RegistryFileParserTest, EmptyInputHasNoHeaderAndNoKeys) {
