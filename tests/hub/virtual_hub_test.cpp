@@ -3,6 +3,7 @@
 // forgets a session.
 #include "virtual_hub.h"
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -302,6 +303,35 @@ TEST(HubModelTest, WithoutRecordsOnlyUnansweredItemsAreKept) {
   EXPECT_TRUE(model.Unplugs().empty());
   EXPECT_EQ(model.ItemReport(), "item " + std::to_string(unanswered) +
                                     " (PlugNo 2, type 0): delivered, never completed\n");
+  model.CloseSession("test over");
+}
+
+// A client's event descriptor that is blocking and whose counter the client
+// keeps full: the hub makes it non-blocking when it receives it, so raising it
+// fails instead of stopping the hub, and clearing an empty one returns.
+TEST(HubModelTest, BlockingEventDescriptorNeverStopsTheHub) {
+  vhub::HubModel model;
+  ASSERT_EQ(model.OpenSession(), 0u);
+  int full = eventfd(0, EFD_CLOEXEC);
+  const uint64_t nearlyFull = 0xFFFFFFFFFFFFFFFEull;
+  ASSERT_EQ(write(full, &nearlyFull, sizeof nearlyFull), 8);
+  int clientCopy = dup(full);
+  uint64_t handle = 0;
+  ASSERT_EQ(model
+                .Handle(IOCTL_HUB_SET_NOTIFICATION_EVENT,
+                        reinterpret_cast<const uint8_t *>(&handle), 8, 0, full)
+                .error,
+            0u);
+  EXPECT_NE(fcntl(clientCopy, F_GETFL) & O_NONBLOCK, 0);
+  model.QueueItem({0, 1, {}, {}, 0});  // raising finds no room and goes on
+  EXPECT_EQ(model.QueuedItems(), 1u);
+  uint64_t count = 0;
+  ASSERT_EQ(read(clientCopy, &count, sizeof count), 8);  // the client empties it
+  model.RaiseNotification(false);                        // clearing an empty one returns
+  model.RaiseNotification(true);
+  ASSERT_EQ(read(clientCopy, &count, sizeof count), 8);
+  EXPECT_EQ(count, 1u);
+  close(clientCopy);
   model.CloseSession("test over");
 }
 
