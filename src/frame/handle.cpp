@@ -44,6 +44,11 @@ bool IsValidHandle(const void *handle, uint32_t kind) {
   if (kind != kAnyHandle && header->kind != kind) {
     return false;
   }
+  // Any kind is accepted, but a header must name the kind of the memory it
+  // stands in: a release destroys the record by the header's kind.
+  if (kind == kAnyHandle && !IsPoolRecord(handle, header->kind)) {
+    return false;
+  }
   return ReadRefCount(header) >= 1;
 }
 

@@ -121,6 +121,7 @@ TEST(HandleTest, HeaderClaimingAnotherKindThanItsPoolIsInvalid) {
   item->kind = kSessionHandle;
   EXPECT_FALSE(IsValidHandle(item.get(), kSessionHandle));
   EXPECT_FALSE(IsValidHandle(item.get(), kItemHandle));
+  EXPECT_FALSE(IsValidHandle(item.get(), kAnyHandle));
 }
 
 TEST(HandleTest, ReadRefCountLeavesTheCount) {
@@ -231,9 +232,9 @@ TEST(HandleExportsTest, AddressesThatAreNoRecordAreRefusedUnread) {
   *inside = MakeHeader(kDeviceHandle, 1);
   PoolRecord impostor(kItemHandle, 1);
   impostor->kind = kSessionHandle;
-  const std::vector<void *> handles = {&onStack, reinterpret_cast<void *>(uintptr_t{0x1234}),
-                                       outer.bytes() + 1, inside,
-                                       reinterpret_cast<void *>(~uintptr_t{0} - 7)};
+  const std::vector<void *> handles = {
+      &onStack,       reinterpret_cast<void *>(uintptr_t{0x1234}), outer.bytes() + 1, inside,
+      impostor.get(), reinterpret_cast<void *>(~uintptr_t{0} - 7)};
   LogLines expected;
   for (void *handle : handles) {
     const std::string text = PointerText(handle);
@@ -247,6 +248,7 @@ TEST(HandleExportsTest, AddressesThatAreNoRecordAreRefusedUnread) {
   EXPECT_EQ(onStack.refCount, 1);
   EXPECT_EQ(inside->refCount, 1);
   EXPECT_EQ(outer->refCount, 1);
+  EXPECT_EQ(impostor->refCount, 1);
   EXPECT_EQ(capture.Lines(), expected);
 }
 
