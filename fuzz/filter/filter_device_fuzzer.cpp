@@ -15,7 +15,7 @@
 #include <memory>
 #include <vector>
 
-#include "filter/dev_filter_mgr_agent.h"
+#include "ordo/usb/dev_filter_mgr_agent.h"
 #include "ordo/usb/filter_log.h"
 
 namespace {

@@ -1,8 +1,7 @@
-#include "filter/dev_filter_mgr_agent.h"
+#include "ordo/usb/dev_filter_mgr_agent.h"
 
 #include "ordo/usb/dev_filter_device.h"
 #include "ordo/usb/dev_filter_result.h"
-#include "ordo/usb/filter_dictionary.h"
 #include "ordo/usb/filter_list.h"
 #include "ordo/usb/filter_log.h"
 #include "ordo/usb/filter_phases.h"
@@ -10,10 +9,6 @@
 #include "ordo/usb/filter_types.h"
 
 namespace ordo::usb {
-
-DevFilterMgr::~DevFilterMgr() {
-  FilterDictionary::releaseInstance();
-}
 
 DevFilterMgrAgent::DevFilterMgrAgent() {
   settings_.setDefaultPreferences(false);

@@ -5,7 +5,7 @@
 
 #include <new>
 
-#include "filter/dev_filter_mgr_agent.h"
+#include "ordo/usb/dev_filter_mgr_agent.h"
 #include "ordo/usb/filter_log.h"
 
 namespace ordo::usb {

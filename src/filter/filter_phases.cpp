@@ -1,72 +1,22 @@
 #include "ordo/usb/filter_phases.h"
 
-#include <string>
-#include <vector>
-
-#include "filter/comma_list.h"
+#include "filter/device_rule_decision.h"
 #include "ordo/usb/filter_log.h"
 #include "ordo/usb/filter_types.h"
 
 namespace ordo::usb {
 namespace {
 
-void LogRemote(const std::string &text) {
-  DevFltrLog(2, "[Remote] " + text);
-}
-
-constexpr const char *kSplitConflictWarning =
-    "Warning: Possible conflict(s) between Fitler settings and User defined Split settings";
-
-// The identifier rules: an exclude blocks, an include ends the phase with
-// the device allowed. True when one of them spoke.
-bool DecideById(const FilterSettings &settings, const DevFilterDevice &device,
-                DevFilterResult &result) {
-  switch (settings.evaluateId(device.GetIdString())) {
-    case FilterEvalExcluded:
-      result.BlockDevice();
-      LogRemote("Device blocked by 'ExcludeVidPid' rule");
-      return true;
-    case FilterEvalIncluded:
-      LogRemote("Device allowed by 'IncludeVidPid' rule");
-      return true;
-    default:
-      return false;
-  }
-}
-
-// The family rules over the interfaces still allowed. A family inclusion
-// does not go together with a user split rule: such a device is blocked.
-// True when one of them spoke.
-bool DecideByFamily(const FilterSettings &settings, DevFilterResult &result) {
-  std::vector<std::string> names;
-  switch (settings.evaluateFamilySet(result.GetAllowedFamily(), &names)) {
-    case FilterEvalExcluded:
-      result.BlockDevice();
-      LogRemote("Device blocked by ExcludeFamily. Family(s): " + CommaList(names));
-      if (result.HasSplitSettingDecision()) {
-        LogRemote(kSplitConflictWarning);
-      }
-      return true;
-    case FilterEvalIncluded:
-      if (result.HasSplitSettingDecision()) {
-        result.BlockDevice();
-        LogRemote("Device found in IncludeFamily setting but is being blocked. Family(s): " +
-                  CommaList(names));
-        LogRemote(kSplitConflictWarning);
-      } else {
-        LogRemote("Device allowed by IncludeFamily setting. Family(s): " + CommaList(names));
-      }
-      return true;
-    default:
-      return false;
-  }
-}
+const FamilyRuleLines kRemoteFamilyLines{
+    "[Remote] Device blocked by ExcludeFamily. Family(s): ",
+    "[Remote] Device found in IncludeFamily setting but is being blocked. Family(s): ",
+    "[Remote] Device allowed by IncludeFamily setting. Family(s): ",
+    "[Remote] Warning: Possible conflict(s) between Fitler settings and User defined Split "
+    "settings",
+};
 
 }  // namespace
 
-// The client's combined phases, which run on the merged settings when
-// remote is false, belong to the client side; the agent never takes that
-// path, and here it ends without a decision.
 void RunFilterPhases(const FilterSettings &settings, const DevFilterDevice &device,
                      DevFilterResult &result, bool remote) {
   if (!result.IsDeviceAllowed()) {
@@ -74,26 +24,30 @@ void RunFilterPhases(const FilterSettings &settings, const DevFilterDevice &devi
   }
   if (remote) {
     RunRemotePhase(settings, device, result);
+  } else {
+    RunCombinedPhases(settings, device, result);
   }
 }
 
 void RunRemotePhase(const FilterSettings &settings, const DevFilterDevice &device,
                     DevFilterResult &result) {
   if (!result.IsDeviceAllowed()) {
-    LogRemote("Device already blocked. Nothing to do");
+    DevFltrLog(2, "[Remote] Device already blocked. Nothing to do");
     return;
   }
-  if (DecideById(settings, device, result)) {
+  static constexpr RuleLines kIdLines{"[Remote] Device blocked by 'ExcludeVidPid' rule",
+                                      "[Remote] Device allowed by 'IncludeVidPid' rule"};
+  if (DecideDeviceByOutcome(settings.evaluateId(device.GetIdString()), result, kIdLines, "")) {
     return;
   }
   if (device.GetParsedConfigCount() == 0) {
-    LogRemote("Family filters cannot be enforced. Config Desc missing");
-  } else if (DecideByFamily(settings, result)) {
+    DevFltrLog(2, "[Remote] Family filters cannot be enforced. Config Desc missing");
+  } else if (DecideDeviceByFamilySet(settings, result, kRemoteFamilyLines)) {
     return;
   }
   if (settings.getBool(FilterTypeExalldev)) {
     result.BlockDevice();
-    LogRemote("Device filtered out by 'ExcludeAllDevices'");
+    DevFltrLog(2, "[Remote] Device filtered out by 'ExcludeAllDevices'");
   }
 }
 

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "config/blacklist.h"
-#include "filter/dev_filter_mgr_agent.h"
+#include "ordo/usb/dev_filter_mgr_agent.h"
 #include "frame/session.h"
 #include "hub_session_fixture.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "filter/dev_filter_mgr_agent.h"
+#include "ordo/usb/dev_filter_mgr_agent.h"
 #include "ordo/usb/filter_dictionary.h"
 #include "ordo/usb/filter_entry_points.h"
 #include "ordo/usb/filter_log.h"

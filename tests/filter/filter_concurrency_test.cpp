@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "device_fixtures.h"
-#include "filter/dev_filter_mgr_agent.h"
+#include "ordo/usb/dev_filter_mgr_agent.h"
 #include "ordo/usb/filter_language.h"
 
 namespace ordo::usb {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "device_fixtures.h"
-#include "filter/dev_filter_mgr_agent.h"
 #include "ordo/usb/dev_filter_device.h"
+#include "ordo/usb/dev_filter_mgr_agent.h"
 #include "ordo/usb/dev_filter_result.h"
 #include "ordo/usb/filter_phases.h"
 #include "ordo/usb/filter_settings.h"
@@ -220,11 +220,19 @@ TEST_F(RemotePhaseTest, DirectCallOnABlockedDeviceSaysSo) {
               ElementsAre(Line(2, "[Remote] Device already blocked. Nothing to do")));
 }
 
-// The combined phases are the client's; without remote nothing is decided.
-TEST_F(RemotePhaseTest, WithoutRemoteNoPhaseRunsHere) {
+// Without remote the combined phases run instead, with their own words. The
+// agent's short table has no blockdsplit, and a key absent from both list
+// and table reads true: splitting is off.
+TEST_F(RemotePhaseTest, WithoutRemoteTheCombinedPhasesRun) {
   LoadFile("descriptors/mass_storage.bin");
-  EXPECT_TRUE(Run({"exid:m:vid-1d50_pid-6005", "exalldev:true"}, false));
-  EXPECT_THAT(capture_.all(), IsEmpty());
+  EXPECT_FALSE(Run({"exid:m:vid-1d50_pid-6005", "exalldev:true"}, false));
+  EXPECT_THAT(
+      capture_.all(),
+      ElementsAre(Line(2, "[Combined] Device splitting blocked by setting: DisableDeviceSplitting"),
+                  Line(2, "[Combined] Device splitting not done. Not a composite device"),
+                  Line(2, "[Combined:Phase] Starting 2"),
+                  Line(2, "[Combined] Device blocked by 'ExcludeVidPid'. Id: vid-1d50_pid-6005"),
+                  Line(2, "[Combined:Phase] Finished 2")));
   EXPECT_THAT(result_.decisions(), IsEmpty());
 }
 

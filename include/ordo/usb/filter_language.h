@@ -1,7 +1,12 @@
-// The filter language: dictionary, values, filter lists, matchers, filter log.
+// The filter language: dictionary, values, filter lists, matchers, filter log,
+// the decision phases and the two managers.
 #pragma once
 
+#include "ordo/usb/auto_filter.h"
 #include "ordo/usb/dev_filter_device.h"
+#include "ordo/usb/dev_filter_mgr.h"
+#include "ordo/usb/dev_filter_mgr_agent.h"
+#include "ordo/usb/dev_filter_mgr_client.h"
 #include "ordo/usb/dev_filter_result.h"
 #include "ordo/usb/filter_dictionary.h"
 #include "ordo/usb/filter_entry_points.h"

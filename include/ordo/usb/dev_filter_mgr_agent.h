@@ -7,21 +7,11 @@
 #include <string>
 
 #include "ordo/usb/dev_family.h"
+#include "ordo/usb/dev_filter_mgr.h"
 #include "ordo/usb/filter_settings.h"
 #include "ordo/usb/log_hook.h"
 
 namespace ordo::usb {
-
-// Base of the managers. Its end destroys the process-wide FilterDictionary,
-// so no manager may keep a pointer to it across a call; the next use builds
-// it anew.
-class DevFilterMgr {
- public:
-  DevFilterMgr() = default;
-  DevFilterMgr(const DevFilterMgr &) = delete;
-  DevFilterMgr &operator=(const DevFilterMgr &) = delete;
-  virtual ~DevFilterMgr();
-};
 
 // The agent's one list, with the short table of defaults (only exalldev).
 // It is fed once when a session is created, and then only answers.
@@ -29,6 +19,10 @@ class DevFilterMgrAgent : public DevFilterMgr {
  public:
   DevFilterMgrAgent();
 
+  // The filter log of the whole process (SetFilterLogHook): lines at or
+  // above the engine level `threshold` reach the hook. Engine levels run
+  // the other way round from the library's log levels: 0 detail, 1
+  // information, 2 warning, 4 error.
   void SetLogHook(LogHook hook, uint32_t threshold);
   // The agent's gate: a string whose first entry does not carry a sequencing
   // letter valid for its key is refused whole.
