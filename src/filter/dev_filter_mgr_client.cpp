@@ -41,7 +41,12 @@ bool DevFilterMgrClient::ReadFilterBlob(const uint8_t *blob, bool isLocal) {
   return true;
 }
 
+// A list without values encodes to no bytes at all, so an empty blob is a
+// whole one that adds nothing.
 bool DevFilterMgrClient::ReadFilterBlob(const uint8_t *blob, size_t length, bool isLocal) {
+  if (length == 0) {
+    return true;
+  }
   if (!isLocal) {
     return ReadRemoteBlob(blob, &length);
   }

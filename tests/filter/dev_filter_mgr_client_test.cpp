@@ -355,6 +355,13 @@ TEST_F(ClientManager, TruncatedAgentBlobKeepsWhatWasWholeAndSaysSo) {
   EXPECT_EQ(client_.remote().evaluateFamily("storage"), FilterEvalExcluded);
 }
 
+TEST_F(ClientManager, EmptyBlobIsAListWithoutValues) {
+  capture_.clear();
+  EXPECT_TRUE(client_.ReadFilterBlob(nullptr, 0, false));
+  EXPECT_TRUE(client_.ReadFilterBlob(nullptr, 0, true));
+  EXPECT_THAT(capture_.all(), IsEmpty());
+}
+
 TEST_F(ClientManager, TestSplitRulesIsAFrame) {
   capture_.clear();
   client_.TestSplitRules("vid-1234_pid-5678", "hid");

@@ -43,7 +43,8 @@ class DevFilterMgrClient : public DevFilterMgr {
   // This form trusts the blob to be whole and answers true.
   bool ReadFilterBlob(const uint8_t *blob, bool isLocal);
   // The same for a blob from elsewhere: never reads past blob + length, and
-  // answers false when the blob ran out (what was read whole is kept).
+  // answers false when the blob ran out (what was read whole is kept). A
+  // blob of length 0 is the agent's list without values: nothing to read.
   bool ReadFilterBlob(const uint8_t *blob, size_t length, bool isLocal);
 
   // Rebuilds merged from local and remote, under the sequencing that remote
