@@ -23,7 +23,9 @@ const FamilyRuleLines kCombinedFamilyLines{
 };
 
 void LogPhase(const char *text) {
-  DevFltrLog(2, std::string("[Combined:Phase] ") + text);
+  if (DevFltrLogWanted(2)) {
+    DevFltrLog(2, std::string("[Combined:Phase] ") + text);
+  }
 }
 
 // 1(a) always; 1(b) only where no user rule named the device and automatic

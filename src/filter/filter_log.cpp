@@ -48,6 +48,18 @@ uint32_t GetFilterLogThreshold() {
   return filterLog.Threshold();
 }
 
+bool DevFltrLogWanted(uint32_t level) {
+  return filterLog.Wanted(engineLevelOf(level)) != nullptr;
+}
+
+// A literal is made into a text only when its line is wanted: the phases
+// write a dozen fixed lines per device, mostly with no hook to read them.
+void DevFltrLog(uint32_t level, const char *text) {
+  if (DevFltrLogWanted(level)) {
+    DevFltrLog(level, std::string(text));
+  }
+}
+
 void DevFltrLog(uint32_t level, const std::string &text) {
   const uint32_t engineLevel = engineLevelOf(level);
   const LogHook hook = filterLog.Wanted(engineLevel);

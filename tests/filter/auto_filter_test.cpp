@@ -26,10 +26,7 @@ using Keys = std::vector<uint32_t>;
 // The settings as merged gets them from a client: the full default table,
 // then the rules.
 FilterSettings Merged(const std::vector<std::string> &rules = {}) {
-  FilterSettings settings;
-  settings.setDefaultPreferences(true);
-  for (const std::string &rule : rules) settings.addFilterRule(rule);
-  return settings;
+  return testing::SettingsWith(rules, true);
 }
 
 constexpr DevFamily kBootKeyboard{kFamilyHid | kFamilyHidBootable, kSubFamilyKeyboard};

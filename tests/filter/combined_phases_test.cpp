@@ -55,10 +55,7 @@ fx::Bytes AudioControl(uint8_t number) {
 }
 
 FilterSettings Merged(const std::vector<std::string> &rules) {
-  FilterSettings settings;
-  settings.setDefaultPreferences(true);
-  for (const std::string &rule : rules) settings.addFilterRule(rule);
-  return settings;
+  return testing::SettingsWith(rules, true);
 }
 
 const LogLine kStart1a = Line(2, "[Combined:Phase] Starting 1(a)");

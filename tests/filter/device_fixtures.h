@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "log_capture.h"
+#include "ordo/usb/filter_settings.h"
 
 namespace ordo::usb::testing {
 
@@ -36,6 +37,15 @@ inline std::vector<LogLine> FilterLines(const LogCapture &capture) {
     }
   }
   return lines;
+}
+
+// One party's settings: the client's full table of defaults (as merged gets
+// it) or the agent's short one, then the rules.
+inline FilterSettings SettingsWith(const std::vector<std::string> &rules, bool fullDefaults) {
+  FilterSettings settings;
+  settings.setDefaultPreferences(fullDefaults);
+  for (const std::string &rule : rules) settings.addFilterRule(rule);
+  return settings;
 }
 
 // A filter log line at its engine level: severity 0 is 4, 1 is 2, 2 is 1,

@@ -40,12 +40,7 @@ constexpr uint8_t kNotAConfiguration[18] = {
 };
 
 FilterSettings AgentSettings(const std::vector<std::string> &rules) {
-  FilterSettings settings;
-  settings.setDefaultPreferences(false);
-  for (const std::string &rule : rules) {
-    settings.addFilterRule(rule);
-  }
-  return settings;
+  return testing::SettingsWith(rules, false);
 }
 
 // One device and its result, with the log caught from the phase on.

@@ -21,5 +21,10 @@ uint32_t GetFilterLogThreshold();
 // doubled on the way, so that the formatted line reads exactly as the text
 // and a formatter never looks for arguments that are not there.
 void DevFltrLog(uint32_t level, const std::string &text);
+void DevFltrLog(uint32_t level, const char *text);
+
+// Whether a line of this severity would reach a hook now; lets a caller skip
+// putting a line together that nobody reads.
+bool DevFltrLogWanted(uint32_t level);
 
 }  // namespace ordo::usb
