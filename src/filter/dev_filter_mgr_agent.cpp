@@ -46,7 +46,7 @@ bool DevFilterMgrAgent::GetDeviceFamily(const uint8_t *deviceDesc, const uint8_t
                                         DevFamily &family) {
   DevFilterResult result;
   DevFilterDevice device;
-  device.Load(deviceDesc, configDesc, 1, nullptr);
+  LoadDevice(device, deviceDesc, configDesc, 1, nullptr);
   result.Init(device, true);
   RunFilterPhases(settings_, device, result, true);
   family = result.GetAllowedFamily();

@@ -107,7 +107,7 @@ void DevFilterMgrClient::RunPhases(const uint8_t *deviceDesc, const uint8_t *con
                                    int32_t configCount, const uint32_t *pathInfo,
                                    DevFilterResult &result) {
   DevFilterDevice device;
-  device.Load(deviceDesc, configDesc, configCount, pathInfo);
+  LoadDevice(device, deviceDesc, configDesc, configCount, pathInfo);
   result.Init(device, true);
   RunFilterPhases(merged_, device, result, false);
   DevFltrLog(2, "[Remote:Phase] Starting 3");

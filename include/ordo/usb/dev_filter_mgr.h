@@ -2,7 +2,11 @@
 // and the client's (dev_filter_mgr_client.h).
 #pragma once
 
+#include <cstdint>
+
 namespace ordo::usb {
+
+class DevFilterDevice;
 
 // Base of the managers. Its end destroys the process-wide FilterDictionary,
 // so no manager may keep a pointer to it across a call; the next use builds
@@ -13,6 +17,13 @@ class DevFilterMgr {
   DevFilterMgr(const DevFilterMgr &) = delete;
   DevFilterMgr &operator=(const DevFilterMgr &) = delete;
   virtual ~DevFilterMgr();
+
+ protected:
+  // DevFilterDevice::Load, except that a device descriptor the record could
+  // not copy throws std::bad_alloc: memory ran out, and the device must not
+  // be judged as one that came without a descriptor.
+  static void LoadDevice(DevFilterDevice &device, const uint8_t *deviceDesc,
+                         const uint8_t *configDesc, int32_t configCount, const uint32_t *pathInfo);
 };
 
 }  // namespace ordo::usb
