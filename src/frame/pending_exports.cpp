@@ -1,68 +1,17 @@
 // Exports whose subsystems are not built yet, and the destroy functions of
 // their records. Each export fails as a whole, so the library's interface is
 // complete from the start; the lifecycle that owns one moves it out of here.
-#include "device/device.h"
 #include "item/item.h"
 #include "pelarix.h"
 
 namespace pelarix {
 
-// No device or item record can exist yet, so nothing reaches these.
-void DestroyDevice(PelarixDevice *) {}
+// No item record can exist yet, so nothing reaches this.
 void DestroyItem(PelarixItem *) {}
 
 }  // namespace pelarix
 
 extern "C" {
-
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CreateDevice(PelarixHandle, uint32_t, uint8_t,
-                                                            const uint8_t *, const uint8_t *,
-                                                            PelarixPluginCallback, void *,
-                                                            PelarixHandle *) {
-  return Pelarix_Failure;
-}
-
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CreateDeviceEx(PelarixHandle, uint32_t, uint8_t,
-                                                              uint32_t, uint32_t, uint32_t,
-                                                              const uint8_t *, const uint8_t *,
-                                                              PelarixPluginCallback, void *,
-                                                              PelarixHandle *) {
-  return Pelarix_Failure;
-}
-
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_AddDeviceString(PelarixHandle, uint8_t, uint16_t,
-                                                               const uint8_t *) {
-  return Pelarix_Failure;
-}
-
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_PluginDevice(PelarixHandle) {
-  return Pelarix_Failure;
-}
-
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_UnplugDevice(PelarixHandle) {
-  return Pelarix_Failure;
-}
-
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetDeviceSessionHandle(PelarixHandle,
-                                                                      PelarixHandle *) {
-  return Pelarix_Failure;
-}
-
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetDeviceId(PelarixHandle, uint32_t *) {
-  return Pelarix_Failure;
-}
-
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetDeviceFlags(PelarixHandle, uint32_t *) {
-  return Pelarix_Failure;
-}
-
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_SetDeviceFlags(PelarixHandle, uint32_t) {
-  return Pelarix_Failure;
-}
-
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetDeviceClientVersion(PelarixHandle, uint32_t *) {
-  return Pelarix_Failure;
-}
 
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetNextItem(PelarixHandle, PelarixHandle *) {
   return Pelarix_Failure;
