@@ -45,9 +45,9 @@ struct PelarixDevice {
   uint8_t partial;  // as the caller gave it; the hub sees 0 or 1
   uint32_t deviceFlags;
   uint8_t deviceDescriptor[18];
-  uint8_t *configDescriptor;  // owned, configLength bytes
-  uint32_t configLength;      // wTotalLength of the copy
-  uint8_t *stringStore;       // owned; replaced by each addition
+  uint8_t *configDescriptor;             // owned, configLength bytes
+  uint32_t configLength;                 // wTotalLength of the copy
+  uint8_t *stringStore;                  // owned; replaced by each addition
   PelarixPluginCallback pluginCallback;  // may be null
   void *pluginContext;
   // Traffic counters for the unplug line. The pump updates them without the

@@ -50,8 +50,8 @@ PelarixDevice *NewDeviceRecord(PelarixSession *session, const DeviceRequest &req
 // The PlugNo, the copies, the store and the settings of a new record.
 PelarixStatus FillDevice(PelarixSession *session, PelarixDevice *device,
                          const DeviceRequest &request) {
-  PelarixStatus status = HubGetNextPlugNumber(session->hubHandle, session->hubHandle,
-                                              &device->plugNo);
+  PelarixStatus status =
+      HubGetNextPlugNumber(session->hubHandle, session->hubHandle, &device->plugNo);
   if (status != Pelarix_Success) return status;
   std::memcpy(device->deviceDescriptor, request.deviceDesc, sizeof device->deviceDescriptor);
   device->configLength = TotalLength(request.configDesc);
@@ -131,19 +131,19 @@ extern "C" {
 
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CreateDeviceEx(
     PelarixHandle session, uint32_t clientVersion, uint8_t partial, uint32_t plugParam1,
-    uint32_t plugParam2, uint32_t plugParam3, const uint8_t *deviceDesc,
-    const uint8_t *configDesc, PelarixPluginCallback callback, void *context,
-    PelarixHandle *deviceHandle) {
-  const pelarix::DeviceRequest request{clientVersion, partial,  {plugParam1, plugParam2, plugParam3},
-                                       deviceDesc,    configDesc, callback, context};
+    uint32_t plugParam2, uint32_t plugParam3, const uint8_t *deviceDesc, const uint8_t *configDesc,
+    PelarixPluginCallback callback, void *context, PelarixHandle *deviceHandle) {
+  const pelarix::DeviceRequest request{
+      clientVersion, partial, {plugParam1, plugParam2, plugParam3}, deviceDesc, configDesc,
+      callback,      context};
   return pelarix::CreateDeviceLogged(session, request, deviceHandle);
 }
 
 // The plug parameters a caller of the short form leaves to the library.
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CreateDevice(
-    PelarixHandle session, uint32_t clientVersion, uint8_t partial, const uint8_t *deviceDesc,
-    const uint8_t *configDesc, PelarixPluginCallback callback, void *context,
-    PelarixHandle *deviceHandle) {
+PELARIX_API PelarixStatus PELARIX_CALL
+Pelarix_CreateDevice(PelarixHandle session, uint32_t clientVersion, uint8_t partial,
+                     const uint8_t *deviceDesc, const uint8_t *configDesc,
+                     PelarixPluginCallback callback, void *context, PelarixHandle *deviceHandle) {
   return Pelarix_CreateDeviceEx(session, clientVersion, partial, 0xFFFFFFFF, 0, 0, deviceDesc,
                                 configDesc, callback, context, deviceHandle);
 }

@@ -62,8 +62,8 @@ PelarixStatus AddDeviceString(PelarixDevice *device, uint8_t index, uint16_t lan
 
 extern "C" {
 
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetDeviceSessionHandle(
-    PelarixHandle handle, PelarixHandle *pelarixHandle) {
+PELARIX_API PelarixStatus PELARIX_CALL
+Pelarix_GetDeviceSessionHandle(PelarixHandle handle, PelarixHandle *pelarixHandle) {
   using namespace pelarix;
   PelarixDevice *device = DeviceOrLog(handle, u"Invalid device handle: %p");
   if (device == nullptr) return Pelarix_InvalidHandle;
@@ -106,8 +106,8 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_SetDeviceFlags(PelarixHandle hand
   return Pelarix_Success;
 }
 
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_AddDeviceString(PelarixHandle handle,
-                                                               uint8_t index, uint16_t language,
+PELARIX_API PelarixStatus PELARIX_CALL Pelarix_AddDeviceString(PelarixHandle handle, uint8_t index,
+                                                               uint16_t language,
                                                                const uint8_t *string) {
   using namespace pelarix;
   PelarixStatus status = Pelarix_InvalidHandle;

@@ -88,8 +88,8 @@ uint32_t StringStoreDestroy(uint8_t *store) {
   return kStoreDone;
 }
 
-uint32_t StringStoreAdd(uint8_t *store, uint8_t index, uint16_t language,
-                        const uint8_t *descriptor, uint8_t **newStore) {
+uint32_t StringStoreAdd(uint8_t *store, uint8_t index, uint16_t language, const uint8_t *descriptor,
+                        uint8_t **newStore) {
   if (descriptor == nullptr) return kStoreBadArgument;
   if (!IsStore(store)) return kStoreBad;
   if (descriptor[1] != kStringDescriptorType) return kStoreBadArgument;

@@ -36,8 +36,8 @@ uint8_t *StringStoreCreate();
 uint32_t StringStoreDestroy(uint8_t *store);
 // Appends descriptor (bLength bytes, trusted) under index and language; on
 // kStoreDone *newStore is the new blob and the old one is freed.
-uint32_t StringStoreAdd(uint8_t *store, uint8_t index, uint16_t language,
-                        const uint8_t *descriptor, uint8_t **newStore);
+uint32_t StringStoreAdd(uint8_t *store, uint8_t index, uint16_t language, const uint8_t *descriptor,
+                        uint8_t **newStore);
 // The descriptor of the first entry with this index and language (language 0:
 // any language), or null.
 const uint8_t *StringStoreFind(const uint8_t *store, uint8_t index, uint16_t language);

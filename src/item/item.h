@@ -24,8 +24,8 @@ enum ItemFlags : uint32_t {
 };
 
 struct PelarixItem {
-  HandleHeader header;  // parent: the device
-  PelarixItem *next;    // link of the device's item list
+  HandleHeader header;           // parent: the device
+  PelarixItem *next;             // link of the device's item list
   platform::RecursiveLock lock;  // guards state and completion
   uint32_t state;                // ItemState
   uint32_t flags;                // ItemFlags

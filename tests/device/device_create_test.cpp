@@ -39,13 +39,12 @@ TEST_F(DeviceTest, CreateTakesThePlugNoFromTheHubAndReadsTheSettings) {
   PelarixHandle device = nullptr;
   ASSERT_EQ(Create(&device, kKeyboardDevice, kKeyboardConfig), Pelarix_Success);
   EXPECT_TRUE(IsValidHandle(device, kDeviceHandle));
-  EXPECT_EQ(
-      Lines(),
-      (LogLines{{1, "Effective configuration setting, name: PluginDelay, value: 0"},
-                {1, "Effective configuration setting, name: DefaultPluginDelay, value: 0"},
-                {1, "Effective configuration setting, name: DeviceFlags, value: 0"},
-                {1, "Effective configuration setting, name: DefaultDeviceFlags, value: 0"},
-                {2, CreateLine(session_, device, 1, "false", 4, 0, 0)}}));
+  EXPECT_EQ(Lines(),
+            (LogLines{{1, "Effective configuration setting, name: PluginDelay, value: 0"},
+                      {1, "Effective configuration setting, name: DefaultPluginDelay, value: 0"},
+                      {1, "Effective configuration setting, name: DeviceFlags, value: 0"},
+                      {1, "Effective configuration setting, name: DefaultDeviceFlags, value: 0"},
+                      {2, CreateLine(session_, device, 1, "false", 4, 0, 0)}}));
   EXPECT_EQ(Model().RequestsOf(IOCTL_HUB_GET_NEXT_PLUG_NUMBER).size(), 1u);
   auto *record = static_cast<PelarixDevice *>(device);
   EXPECT_EQ(record->state, kDeviceCreated);
@@ -68,10 +67,10 @@ TEST_F(DeviceTest, FilterDumpsTheDeviceAtCreation) {
   PelarixHandle device = nullptr;
   ASSERT_EQ(Create(&device, kKeyboardDevice, kKeyboardConfig), Pelarix_Success);
   const LogLines lines = Lines();
-  EXPECT_THAT(lines, ::testing::Contains(LogLines::value_type{
-                         2, "DevFltr: Device id: Vid-0e0f_Pid-0001"}));
-  EXPECT_EQ(lines.back(), (LogLines::value_type{2, CreateLine(session_, device, 1, "false", 4, 0,
-                                                               0)}));
+  EXPECT_THAT(
+      lines, ::testing::Contains(LogLines::value_type{2, "DevFltr: Device id: Vid-0e0f_Pid-0001"}));
+  EXPECT_EQ(lines.back(),
+            (LogLines::value_type{2, CreateLine(session_, device, 1, "false", 4, 0, 0)}));
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
 }
 
@@ -104,14 +103,13 @@ TEST_F(DeviceTest, NullDescriptorsAreInvalidParameters) {
   EXPECT_EQ(Pelarix_CreateDeviceEx(session_, 4, 0, 0, 0, 0, nullptr, kKeyboardConfig.data(),
                                    nullptr, nullptr, &device),
             Pelarix_InvalidParameter);
-  EXPECT_EQ(Pelarix_CreateDevice(session_, 4, 1, kKeyboardDevice.data(), nullptr, nullptr,
-                                 nullptr, &device),
+  EXPECT_EQ(Pelarix_CreateDevice(session_, 4, 1, kKeyboardDevice.data(), nullptr, nullptr, nullptr,
+                                 &device),
             Pelarix_InvalidParameter);
-  EXPECT_EQ(DeviceLines(),
-            (LogLines{{0, "Invalid parameter, deviceDesc or configDesc is null"},
-                      {2, CreateLine(session_, nullptr, 0, "false", 4, 0, 6)},
-                      {0, "Invalid parameter, deviceDesc or configDesc is null"},
-                      {2, CreateLine(session_, nullptr, 0, "true", 4, 0, 6)}}));
+  EXPECT_EQ(DeviceLines(), (LogLines{{0, "Invalid parameter, deviceDesc or configDesc is null"},
+                                     {2, CreateLine(session_, nullptr, 0, "false", 4, 0, 6)},
+                                     {0, "Invalid parameter, deviceDesc or configDesc is null"},
+                                     {2, CreateLine(session_, nullptr, 0, "true", 4, 0, 6)}}));
   EXPECT_EQ(device, nullptr);
   EXPECT_TRUE(Model().RequestsOf(IOCTL_HUB_GET_NEXT_PLUG_NUMBER).empty());
 }
@@ -174,8 +172,8 @@ TEST_F(DeviceTest, PartialVersionAndDelayAppearInTheLine) {
   WriteRegistry("[" + kGeneralKey + "]\r\n\"DefaultPluginDelay\"=dword:00000002\r\n");
   OpenSession();
   PelarixHandle device = nullptr;
-  ASSERT_EQ(Pelarix_CreateDevice(session_, 7, 0x80, kKeyboardDevice.data(),
-                                 kKeyboardConfig.data(), nullptr, nullptr, &device),
+  ASSERT_EQ(Pelarix_CreateDevice(session_, 7, 0x80, kKeyboardDevice.data(), kKeyboardConfig.data(),
+                                 nullptr, nullptr, &device),
             Pelarix_Success);
   EXPECT_EQ(DeviceLines(), (LogLines{{2, CreateLine(session_, device, 1, "true", 7, 2000, 0)}}));
   auto *record = static_cast<PelarixDevice *>(device);

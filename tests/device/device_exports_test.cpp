@@ -70,8 +70,8 @@ TEST_F(DeviceTest, SessionHandleOfADeviceIsANewReference) {
   PelarixHandle session = nullptr;
   EXPECT_EQ(Pelarix_GetDeviceSessionHandle(device, &session), Pelarix_Success);
   EXPECT_EQ(session, session_);
-  EXPECT_EQ(Lines(), (LogLines{{3, "Duplicate handle: " + Ptr(session_) +
-                                       ", Ref: 2, status: 0x0"}}));
+  EXPECT_EQ(Lines(),
+            (LogLines{{3, "Duplicate handle: " + Ptr(session_) + ", Ref: 2, status: 0x0"}}));
   EXPECT_EQ(Pelarix_CloseHandle(session), Pelarix_Success);
   EXPECT_TRUE(IsValidHandle(session_, kSessionHandle));
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
@@ -83,18 +83,18 @@ TEST_F(DeviceTest, AddDeviceStringLogsEachCall) {
   const std::vector<uint8_t> product = StringDescriptor("Keys");
   const std::vector<uint8_t> wrongType = {4, 2, 'a', 0};
   EXPECT_EQ(Pelarix_AddDeviceString(device, 2, 0x0409, product.data()), Pelarix_Success);
-  EXPECT_EQ(Pelarix_AddDeviceString(device, 2, 0x0409, wrongType.data()),
-            Pelarix_InvalidParameter);
+  EXPECT_EQ(Pelarix_AddDeviceString(device, 2, 0x0409, wrongType.data()), Pelarix_InvalidParameter);
   EXPECT_EQ(Pelarix_AddDeviceString(device, 2, 0x0409, nullptr), Pelarix_InvalidParameter);
   EXPECT_EQ(Pelarix_AddDeviceString(session_, 2, 0x0409, product.data()), Pelarix_InvalidHandle);
   const std::string line = "Add device string, Handle: " + Ptr(device) + ", PlugNo: 1, status: ";
-  EXPECT_EQ(Lines(), (LogLines{{2, line + "0x0"},
-                               {2, line + "0x6"},
-                               {0, "Invalid parameter, string is null"},
-                               {2, line + "0x6"},
-                               {0, "Invalid device handle: " + Ptr(session_)},
-                               {2, "Add device string, Handle: " + Ptr(session_) +
-                                       ", PlugNo: 0, status: 0x5"}}));
+  EXPECT_EQ(
+      Lines(),
+      (LogLines{{2, line + "0x0"},
+                {2, line + "0x6"},
+                {0, "Invalid parameter, string is null"},
+                {2, line + "0x6"},
+                {0, "Invalid device handle: " + Ptr(session_)},
+                {2, "Add device string, Handle: " + Ptr(session_) + ", PlugNo: 0, status: 0x5"}}));
   // Only the good string is in the store.
   auto *record = static_cast<PelarixDevice *>(device);
   EXPECT_EQ(record->stringStore[8], 1);

@@ -35,11 +35,10 @@ std::string PluginLine(const void *device, uint32_t plugNo, uint32_t status) {
   return "Plugin device, handle: " + Ptr(device) + text;
 }
 
-std::string InternalLine(PelarixHandle session, uint32_t flags, uint32_t plugNo,
-                         uint32_t status) {
+std::string InternalLine(PelarixHandle session, uint32_t flags, uint32_t plugNo, uint32_t status) {
   char text[128];
-  std::snprintf(text, sizeof text, ", Device Flags: 0x%x, PlugNo: %u, status: 0x%x", flags,
-                plugNo, status);
+  std::snprintf(text, sizeof text, ", Device Flags: 0x%x, PlugNo: %u, status: 0x%x", flags, plugNo,
+                status);
   return "Internal plugin device, handle: " + Ptr(session) + text;
 }
 
@@ -68,8 +67,8 @@ TEST_F(DeviceTest, PluginRecordIsExactByteByByte) {
   OpenSession();
   PelarixHandle device = nullptr;
   ASSERT_EQ(Pelarix_CreateDeviceEx(session_, 5, 7, 0x11223344, 0x55667788, 0x99AABBCC,
-                                   kKeyboardDevice.data(), kKeyboardConfig.data(), nullptr,
-                                   nullptr, &device),
+                                   kKeyboardDevice.data(), kKeyboardConfig.data(), nullptr, nullptr,
+                                   &device),
             Pelarix_Success);
   const std::vector<uint8_t> product = StringDescriptor("Keys");
   const std::vector<uint8_t> serial = StringDescriptor("0042");
@@ -93,8 +92,8 @@ TEST_F(DeviceTest, PluginRecordIsExactByteByByte) {
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0], PluginRecordBytes(expected));
   EXPECT_EQ(records[0].size(), 47u + 18 + 34 + expected.store.size());
-  EXPECT_EQ(DeviceLines(), (LogLines{{2, InternalLine(session_, 0xA5, 1, 0)},
-                                     {2, PluginLine(device, 1, 0)}}));
+  EXPECT_EQ(DeviceLines(),
+            (LogLines{{2, InternalLine(session_, 0xA5, 1, 0)}, {2, PluginLine(device, 1, 0)}}));
   EXPECT_EQ(StateOf(device), kDevicePlugged);
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
 }
@@ -130,14 +129,16 @@ TEST_F(DeviceTest, MissingStringsAreOnlyReported) {
   PelarixHandle device = Keyboard();
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
   const std::string tail = ", handle: " + Ptr(device) + ", PlugNo: 1";
-  EXPECT_EQ(DeviceLines(),
-            (LogLines{{2, "Ignoring language ID missing from string store" + tail},
-                      {2, "Ignoring serial number missing from string store, language: 0x409, "
-                          "index: 3" + tail},
-                      {2, "Ignoring product missing from string store, language: 0x409, index: 2" +
-                              tail},
-                      {2, InternalLine(session_, 0, 1, 0)},
-                      {2, PluginLine(device, 1, 0)}}));
+  EXPECT_EQ(
+      DeviceLines(),
+      (LogLines{{2, "Ignoring language ID missing from string store" + tail},
+                {2,
+                 "Ignoring serial number missing from string store, language: 0x409, "
+                 "index: 3" +
+                     tail},
+                {2, "Ignoring product missing from string store, language: 0x409, index: 2" + tail},
+                {2, InternalLine(session_, 0, 1, 0)},
+                {2, PluginLine(device, 1, 0)}}));
   EXPECT_EQ(Model().PluginRecords().size(), 1u);
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
 }
@@ -155,25 +156,24 @@ TEST_F(DeviceTest, StringsOfAnotherLanguageAndAnEmptyTableAreMissing) {
   ClearLog();
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
   const std::string tail = ", handle: " + Ptr(device) + ", PlugNo: 1";
-  EXPECT_EQ(DeviceLines(),
-            (LogLines{{2, "Ignoring language ID missing from string store" + tail},
-                      {2, "Ignoring product missing from string store, language: 0x409, index: 2" +
-                              tail},
-                      {2, InternalLine(session_, 0, 1, 0)},
-                      {2, PluginLine(device, 1, 0)}}));
+  EXPECT_EQ(
+      DeviceLines(),
+      (LogLines{{2, "Ignoring language ID missing from string store" + tail},
+                {2, "Ignoring product missing from string store, language: 0x409, index: 2" + tail},
+                {2, InternalLine(session_, 0, 1, 0)},
+                {2, PluginLine(device, 1, 0)}}));
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
 }
 
 TEST_F(DeviceTest, DeviceWithoutStringsLooksForNone) {
   OpenSession();
   PelarixHandle device = nullptr;
-  ASSERT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig, 3),
-            Pelarix_Success);
+  ASSERT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig, 3), Pelarix_Success);
   ClearLog();
   // Client version 3, but nothing to fetch and no delay: plugged in at once.
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
-  EXPECT_EQ(DeviceLines(), (LogLines{{2, InternalLine(session_, 0, 1, 0)},
-                                     {2, PluginLine(device, 1, 0)}}));
+  EXPECT_EQ(DeviceLines(),
+            (LogLines{{2, InternalLine(session_, 0, 1, 0)}, {2, PluginLine(device, 1, 0)}}));
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
 }
 
@@ -181,9 +181,9 @@ TEST_F(DeviceTest, CallbackRunsBeforeTheExportReturnsWithTheDeviceStillCreated) 
   OpenSession();
   CallbackSeen seen;
   PelarixHandle device = nullptr;
-  ASSERT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig, 4, RecordCallback,
-                   &seen),
-            Pelarix_Success);
+  ASSERT_EQ(
+      Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig, 4, RecordCallback, &seen),
+      Pelarix_Success);
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
   EXPECT_EQ(seen.calls, 1);
   EXPECT_EQ(seen.device, device);
@@ -203,16 +203,14 @@ TEST_F(DeviceTest, DeviceDescriptorRefusedByTheHub) {
   std::vector<uint8_t> wrongType = WithoutStrings(kKeyboardDevice);
   wrongType[1] = 2;
   PelarixHandle device = nullptr;
-  ASSERT_EQ(Create(&device, wrongType, kKeyboardConfig, 4, RecordCallback, &seen),
-            Pelarix_Success);
+  ASSERT_EQ(Create(&device, wrongType, kKeyboardConfig, 4, RecordCallback, &seen), Pelarix_Success);
   ClearLog();
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_HubRequestFailed);
-  EXPECT_EQ(DeviceLines(),
-            (LogLines{{0, "Device descriptor consistency check failed"},
-                      {0, "Failed to plugin virtual device handle: " + Ptr(device) +
-                              ", error: 0xe0000002"},
-                      {2, InternalLine(session_, 0, 1, 9)},
-                      {2, PluginLine(device, 1, 9)}}));
+  EXPECT_EQ(DeviceLines(), (LogLines{{0, "Device descriptor consistency check failed"},
+                                     {0, "Failed to plugin virtual device handle: " + Ptr(device) +
+                                             ", error: 0xe0000002"},
+                                     {2, InternalLine(session_, 0, 1, 9)},
+                                     {2, PluginLine(device, 1, 9)}}));
   EXPECT_EQ(seen.calls, 1);
   EXPECT_EQ(seen.status, Pelarix_HubRequestFailed);
   EXPECT_EQ(StateOf(device), kDevicePlugged);
@@ -236,6 +234,23 @@ TEST_F(DeviceTest, ConfigurationRefusedByTheHub) {
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
 }
 
+// A set of length 0 is copied as nothing (the copy is one byte, so it is not
+// mistaken for a failed allocation); the hub refuses it.
+TEST_F(DeviceTest, ConfigurationOfLengthZeroIsCopiedAsNothing) {
+  OpenSession();
+  std::vector<uint8_t> emptySet = kKeyboardConfig;
+  emptySet[2] = 0;
+  PelarixHandle device = nullptr;
+  ASSERT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), emptySet), Pelarix_Success);
+  EXPECT_EQ(static_cast<PelarixDevice *>(device)->configLength, 0u);
+  EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_HubRequestFailed);
+  const auto requests = Model().RequestsOf(IOCTL_HUB_PLUGIN_DEVICE);
+  ASSERT_EQ(requests.size(), 1u);
+  EXPECT_EQ(requests[0].input.size(), 47u + 18 + 12);
+  EXPECT_EQ(requests[0].input[40], 18 + 12);
+  EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
+}
+
 // The same error reported at once, not after the request went pending, is
 // not the hub's check: only the caller's line.
 TEST_F(DeviceTest, ImmediateHubErrorGivesOnlyTheCallersLine) {
@@ -245,11 +260,10 @@ TEST_F(DeviceTest, ImmediateHubErrorGivesOnlyTheCallersLine) {
   Model().FailRequest(IOCTL_HUB_PLUGIN_DEVICE, 0xE0000002, false);
   ClearLog();
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_HubRequestFailed);
-  EXPECT_EQ(DeviceLines(),
-            (LogLines{{0, "Failed to plugin virtual device handle: " + Ptr(device) +
-                              ", error: 0xe0000002"},
-                      {2, InternalLine(session_, 0, 1, 9)},
-                      {2, PluginLine(device, 1, 9)}}));
+  EXPECT_EQ(DeviceLines(), (LogLines{{0, "Failed to plugin virtual device handle: " + Ptr(device) +
+                                             ", error: 0xe0000002"},
+                                     {2, InternalLine(session_, 0, 1, 9)},
+                                     {2, PluginLine(device, 1, 9)}}));
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
 }
 
@@ -257,9 +271,9 @@ TEST_F(DeviceTest, DeviceTheHubAlreadyHasIsDeviceExists) {
   OpenSession();
   CallbackSeen seen;
   PelarixHandle device = nullptr;
-  ASSERT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig, 4, RecordCallback,
-                   &seen),
-            Pelarix_Success);
+  ASSERT_EQ(
+      Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig, 4, RecordCallback, &seen),
+      Pelarix_Success);
   Model().FailRequest(IOCTL_HUB_PLUGIN_DEVICE, 183, true);
   ClearLog();
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_DeviceExists);
@@ -304,11 +318,11 @@ TEST_F(DeviceTest, PluginOfAnotherKindOfHandleIsInvalidHandle) {
 // gets what a start fails with when the thread cannot be made, stays
 // DeviceCreated, and the hub hears nothing.
 void ExpectDeferredStartFails(PelarixHandle device, const LogLines &lines) {
-  EXPECT_EQ(lines,
-            (LogLines{{0, "Failed to create deferred plugin thread"},
-                      {0, "Failed to start deferred plugin, handle: " + Ptr(device) +
-                              ", PlugNo: 1"},
-                      {2, PluginLine(device, 1, 3)}}));
+  EXPECT_EQ(
+      lines,
+      (LogLines{{0, "Failed to create deferred plugin thread"},
+                {0, "Failed to start deferred plugin, handle: " + Ptr(device) + ", PlugNo: 1"},
+                {2, PluginLine(device, 1, 3)}}));
   EXPECT_EQ(StateOf(device), kDeviceCreated);
 }
 

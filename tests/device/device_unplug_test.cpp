@@ -36,8 +36,7 @@ class UnplugTest : public DeviceTest {
   // A device without strings, plugged in, the log forgotten.
   PelarixHandle Plugged() {
     PelarixHandle device = nullptr;
-    EXPECT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig),
-              Pelarix_Success);
+    EXPECT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig), Pelarix_Success);
     EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
     ClearLog();
     return device;
@@ -98,9 +97,8 @@ TEST_F(UnplugTest, UnplugRefusedByTheHubStillLeavesTheDeviceUnplugged) {
   Model().FailRequest(IOCTL_HUB_UNPLUG_DEVICE, 31, false);
   EXPECT_EQ(Pelarix_UnplugDevice(device), Pelarix_HubRequestFailed);
   LogLines expected = UnplugLines(device, 1, 9);
-  expected.insert(expected.begin() + 2,
-                  {0, "Failed to unplug device, handle: " + Ptr(device) +
-                          ", PlugNo: 1, error: 0x1f"});
+  expected.insert(expected.begin() + 2, {0, "Failed to unplug device, handle: " + Ptr(device) +
+                                                ", PlugNo: 1, error: 0x1f"});
   EXPECT_EQ(Lines(), expected);
   EXPECT_EQ(StateOf(device), kDeviceUnplugged);
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
@@ -139,15 +137,15 @@ TEST_F(UnplugTest, ClosedDeviceHandleIsInvalid) {
   EXPECT_EQ(Pelarix_GetDeviceId(device, &word), Pelarix_InvalidHandle);
   EXPECT_EQ(Pelarix_AddDeviceString(device, 0, 0, kKeyboardConfig.data()), Pelarix_InvalidHandle);
   const std::string text = Ptr(device);
-  EXPECT_EQ(Lines(), (LogLines{{0, "Invalid handle: " + text},
-                               {3, "Close handle: " + text + ", status: 0x5"},
-                               {0, "Invalid device handle: " + text},
-                               {2, "Plugin device, handle: " + text + ", PlugNo: 0, status: 0x5"},
-                               {0, "Invalid device handle: " + text},
-                               {0, "Invalid item handle: " + text},
-                               {0, "Invalid device handle: " + text},
-                               {2, "Add device string, Handle: " + text +
-                                       ", PlugNo: 0, status: 0x5"}}));
+  EXPECT_EQ(Lines(),
+            (LogLines{{0, "Invalid handle: " + text},
+                      {3, "Close handle: " + text + ", status: 0x5"},
+                      {0, "Invalid device handle: " + text},
+                      {2, "Plugin device, handle: " + text + ", PlugNo: 0, status: 0x5"},
+                      {0, "Invalid device handle: " + text},
+                      {0, "Invalid item handle: " + text},
+                      {0, "Invalid device handle: " + text},
+                      {2, "Add device string, Handle: " + text + ", PlugNo: 0, status: 0x5"}}));
 }
 
 // The session's handle dies with its last reference, but the record waits

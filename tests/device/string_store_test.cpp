@@ -62,7 +62,7 @@ TEST_F(StringStoreTest, EntriesFollowInOrderOfAddition) {
   ASSERT_EQ(Add(&store_, 2, 0x0409, kProduct), kStoreDone);
   EXPECT_THAT(BlobOf(store_),
               ElementsAre(0x71, 0x72, 0x73, 0x74, 40, 0, 0, 0, 2, 0, 0, 0,  // header
-                          11, 0, 0, 0, 0, 0, 0, 4, 3, 0x09, 0x04,            // language table
+                          11, 0, 0, 0, 0, 0, 0, 4, 3, 0x09, 0x04,           // language table
                           17, 0, 0, 0, 2, 0x09, 0x04, 10, 3, 'K', 0, 'e', 0, 'y', 0, 's', 0));
   EXPECT_EQ(StringStoreEntryAt(store_, 1), store_ + 23);
 }
@@ -162,8 +162,8 @@ TEST_F(StringStoreTest, CopyNeedsTheMagicAndAMatchingLength) {
 // A copied blob comes from elsewhere: an entry whose length runs past the
 // blob, or a count above the entries held, ends the walk there.
 TEST_F(StringStoreTest, WalkOfACopiedBlobStaysInsideIt) {
-  std::vector<uint8_t> forged = {0x71, 0x72, 0x73, 0x74, 23, 0, 0, 0, 9, 0, 0, 0,
-                                 11,   0,    0,    0,    1, 0, 0, 4, 3, 'a', 0};
+  std::vector<uint8_t> forged = {0x71, 0x72, 0x73, 0x74, 23, 0, 0, 0, 9, 0,   0, 0,
+                                 11,   0,    0,    0,    1,  0, 0, 4, 3, 'a', 0};
   uint8_t *copy = nullptr;
   ASSERT_EQ(StringStoreCopy(forged.data(), static_cast<uint32_t>(forged.size()), &copy),
             kStoreDone);

@@ -412,8 +412,9 @@ TEST_F(SessionTest, DuplicateThenCloseLeavesTheSessionAlive) {
   EXPECT_TRUE(Model().WaitForNoSession(kWaitMs));
 }
 
-// Devices come with their own records; a stand-in at the head of the list is
-// enough for the rule that a session lingers while it has devices.
+// The rule itself, with a stand-in at the head of the list: a session
+// lingers while it has devices. Real devices are in the device suite
+// (UnplugTest.DeviceHandleWorksAfterItsSessionIsClosed).
 TEST_F(SessionTest, SessionWithDevicesLingersUntilTheLastIsGone) {
   StartHub();
   PelarixHandle handle = nullptr;
