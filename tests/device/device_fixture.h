@@ -110,6 +110,17 @@ class DeviceTest : public ::testing::Test {
     return device;
   }
 
+  // The keyboard without strings: nothing to look for or fetch at plug-in.
+  PelarixHandle Stringless(uint32_t clientVersion = 4, PelarixPluginCallback callback = nullptr,
+                           void *context = nullptr) {
+    PelarixHandle device = nullptr;
+    EXPECT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig, clientVersion,
+                     callback, context),
+              Pelarix_Success);
+    log_.Clear();
+    return device;
+  }
+
   vhub::HubModel &Model() { return hub_->Model(); }
   LogLines Lines() const { return log_.Lines(); }
   // The log without the lines of the device's settings, which tests of

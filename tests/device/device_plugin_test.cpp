@@ -167,9 +167,7 @@ TEST_F(DeviceTest, StringsOfAnotherLanguageAndAnEmptyTableAreMissing) {
 
 TEST_F(DeviceTest, DeviceWithoutStringsLooksForNone) {
   OpenSession();
-  PelarixHandle device = nullptr;
-  ASSERT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig, 3), Pelarix_Success);
-  ClearLog();
+  PelarixHandle device = Stringless(3);
   // Client version 3, but nothing to fetch and no delay: plugged in at once.
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
   EXPECT_EQ(DeviceLines(),
@@ -180,10 +178,7 @@ TEST_F(DeviceTest, DeviceWithoutStringsLooksForNone) {
 TEST_F(DeviceTest, CallbackRunsBeforeTheExportReturnsWithTheDeviceStillCreated) {
   OpenSession();
   CallbackSeen seen;
-  PelarixHandle device = nullptr;
-  ASSERT_EQ(
-      Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig, 4, RecordCallback, &seen),
-      Pelarix_Success);
+  PelarixHandle device = Stringless(4, RecordCallback, &seen);
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
   EXPECT_EQ(seen.calls, 1);
   EXPECT_EQ(seen.device, device);
@@ -255,8 +250,7 @@ TEST_F(DeviceTest, ConfigurationOfLengthZeroIsCopiedAsNothing) {
 // not the hub's check: only the caller's line.
 TEST_F(DeviceTest, ImmediateHubErrorGivesOnlyTheCallersLine) {
   OpenSession();
-  PelarixHandle device = nullptr;
-  ASSERT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig), Pelarix_Success);
+  PelarixHandle device = Stringless();
   Model().FailRequest(IOCTL_HUB_PLUGIN_DEVICE, 0xE0000002, false);
   ClearLog();
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_HubRequestFailed);
@@ -270,10 +264,7 @@ TEST_F(DeviceTest, ImmediateHubErrorGivesOnlyTheCallersLine) {
 TEST_F(DeviceTest, DeviceTheHubAlreadyHasIsDeviceExists) {
   OpenSession();
   CallbackSeen seen;
-  PelarixHandle device = nullptr;
-  ASSERT_EQ(
-      Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig, 4, RecordCallback, &seen),
-      Pelarix_Success);
+  PelarixHandle device = Stringless(4, RecordCallback, &seen);
   Model().FailRequest(IOCTL_HUB_PLUGIN_DEVICE, 183, true);
   ClearLog();
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_DeviceExists);
@@ -288,8 +279,7 @@ TEST_F(DeviceTest, DeviceTheHubAlreadyHasIsDeviceExists) {
 
 TEST_F(DeviceTest, SecondPluginIsInvalidState) {
   OpenSession();
-  PelarixHandle device = nullptr;
-  ASSERT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig), Pelarix_Success);
+  PelarixHandle device = Stringless();
   ASSERT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
   ClearLog();
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_InvalidState);
@@ -329,9 +319,7 @@ void ExpectDeferredStartFails(PelarixHandle device, const LogLines &lines) {
 TEST_F(DeviceTest, DelayedDeviceWaitsForTheDeferredThread) {
   WriteRegistry("[" + kGeneralKey + "]\r\n\"DefaultPluginDelay\"=dword:00000005\r\n");
   OpenSession();
-  PelarixHandle device = nullptr;
-  ASSERT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig), Pelarix_Success);
-  ClearLog();
+  PelarixHandle device = Stringless();
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Failure);
   ExpectDeferredStartFails(device, DeviceLines());
   EXPECT_TRUE(Model().PluginRecords().empty());
@@ -360,8 +348,7 @@ TEST_F(DeviceTest, OlderClientWithAProductStringWaitsForTheDeferredThread) {
 
 TEST_F(DeviceTest, FlagsSetAfterThePluginChangeOnlyTheGetter) {
   OpenSession();
-  PelarixHandle device = nullptr;
-  ASSERT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig), Pelarix_Success);
+  PelarixHandle device = Stringless();
   ASSERT_EQ(Pelarix_SetDeviceFlags(device, 3), Pelarix_Success);
   ASSERT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
   ASSERT_EQ(Pelarix_SetDeviceFlags(device, 9), Pelarix_Success);

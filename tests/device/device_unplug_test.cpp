@@ -35,8 +35,7 @@ class UnplugTest : public DeviceTest {
  protected:
   // A device without strings, plugged in, the log forgotten.
   PelarixHandle Plugged() {
-    PelarixHandle device = nullptr;
-    EXPECT_EQ(Create(&device, WithoutStrings(kKeyboardDevice), kKeyboardConfig), Pelarix_Success);
+    PelarixHandle device = Stringless();
     EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
     ClearLog();
     return device;
