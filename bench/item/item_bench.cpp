@@ -90,11 +90,11 @@ struct LibraryRig {
   LibraryRig() {
     ::setenv("PELARIX_REGISTRY", "/nonexistent/registry.reg", 1);
     if (!hub.Started() || Pelarix_CreateSession(&session) != Pelarix_Success) return;
-    static const uint8_t kDevice[18] = {0x12, 1, 0, 2, 0, 0, 0, 0x40, 0x0f, 0x0e,
-                                        1,    0, 0, 1, 0, 0, 0, 1};
-    static const uint8_t kConfig[34] = {9, 2, 34, 0, 1, 1, 0, 0xa0, 0x32, 9, 4, 0,
-                                        0, 1, 3, 1, 1, 0, 9, 0x21, 0x11, 1, 0, 1,
-                                        0x22, 0x3f, 0, 7, 5, 0x81, 3, 8, 0, 10};
+    static const uint8_t kDevice[18] = {0x12, 1, 0, 2, 0, 0, 0, 0x40, 0x0f,
+                                        0x0e, 1, 0, 0, 1, 0, 0, 0,    1};
+    static const uint8_t kConfig[34] = {9,    2,    34, 0, 1, 1,    0, 0xa0, 0x32, 9, 4, 0,
+                                        0,    1,    3,  1, 1, 0,    9, 0x21, 0x11, 1, 0, 1,
+                                        0x22, 0x3f, 0,  7, 5, 0x81, 3, 8,    0,    10};
     ready = Pelarix_CreateDevice(session, 4, 0, kDevice, kConfig, nullptr, nullptr, &device) ==
                 Pelarix_Success &&
             Pelarix_PluginDevice(device) == Pelarix_Success;
@@ -130,9 +130,8 @@ void BM_Library(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations());
   state.SetBytesProcessed(state.iterations() * int64_t{size} * 2);
   if (state.thread_index() == 0) {
-    state.counters["allocs/item"] =
-        static_cast<double>(gAllocations.load()) /
-        static_cast<double>(state.iterations() * state.threads());
+    state.counters["allocs/item"] = static_cast<double>(gAllocations.load()) /
+                                    static_cast<double>(state.iterations() * state.threads());
     delete gLibraryRig;
     gLibraryRig = nullptr;
   }
@@ -155,8 +154,8 @@ class RawClient {
     event_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     uint64_t value = static_cast<uint64_t>(event_);
     uint32_t returned = 0;
-    ok_ = ok_ && Request(IOCTL_HUB_SET_NOTIFICATION_EVENT, &value, 8, nullptr, 0, &returned,
-                         event_) == 0;
+    ok_ = ok_ &&
+          Request(IOCTL_HUB_SET_NOTIFICATION_EVENT, &value, 8, nullptr, 0, &returned, event_) == 0;
   }
   ~RawClient() {
     close(fd_);
@@ -249,8 +248,8 @@ void BM_BareProtocol(benchmark::State &state) {
                      header.dataLength + 40, &received);
     }
     WriteHubCompleteRecord(complete.data(), header.itemId, 0, nullptr, size);
-    client.Request(IOCTL_HUB_COMPLETE_ITEM, complete.data(),
-                   static_cast<uint32_t>(complete.size()), nullptr, 0, &received);
+    client.Request(IOCTL_HUB_COMPLETE_ITEM, complete.data(), static_cast<uint32_t>(complete.size()),
+                   nullptr, 0, &received);
   }
   state.SetItemsProcessed(state.iterations());
   state.SetBytesProcessed(state.iterations() * int64_t{size} * 2);

@@ -99,8 +99,8 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetItemRaw(PelarixHandle handle,
   PelarixItem *item = ItemOrLog(handle);
   const bool allGiven = prefixLength != nullptr && suffixLength != nullptr &&
                         dataLength != nullptr && buffer != nullptr;
-  const PelarixStatus status = CheckItemAndOut(item, allGiven ? buffer : nullptr,
-                                               u"Invalid parameter, null param");
+  const PelarixStatus status =
+      CheckItemAndOut(item, allGiven ? buffer : nullptr, u"Invalid parameter, null param");
   if (status == Pelarix_Success) {
     *prefixLength = item->prefixLength;
     *suffixLength = item->suffixLength;

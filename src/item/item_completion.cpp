@@ -73,8 +73,8 @@ PelarixStatus CompleteItemInternal(PelarixItem *item, uint32_t status, uint32_t 
     if (result == Pelarix_Success) item->state = kItemCompleted;
   }
   platform::LeaveLock(&item->lock);
-  LogMessage(kLogTraffic, u"Complete item, handle: %p, PlugNo: %d, Item Id: %d, status: 0x%x",
-             item, DeviceOf(item)->plugNo, item->itemId, result);
+  LogMessage(kLogTraffic, u"Complete item, handle: %p, PlugNo: %d, Item Id: %d, status: 0x%x", item,
+             DeviceOf(item)->plugNo, item->itemId, result);
   return result;
 }
 
@@ -82,8 +82,7 @@ void CompleteUnserved(platform::HubConnection hubHandle, uint32_t itemId) {
   uint8_t record[kHubCompleteRecordHeaderBytes];
   WriteHubCompleteRecord(record, itemId, kHubCompleteUnserved, nullptr, 0);
   uint32_t bytesReturned = 0;
-  HubRequest(hubHandle, IOCTL_HUB_COMPLETE_ITEM, record, sizeof record, nullptr, 0,
-             &bytesReturned);
+  HubRequest(hubHandle, IOCTL_HUB_COMPLETE_ITEM, record, sizeof record, nullptr, 0, &bytesReturned);
 }
 
 }  // namespace pelarix

@@ -1,11 +1,11 @@
 // The end of an item: its last reference gone.
+#include <cstdlib>
+
 #include "device/device.h"
 #include "frame/record_pool.h"
 #include "hub/hub_records.h"
 #include "item/item.h"
 #include "item/item_completion.h"
-
-#include <cstdlib>
 
 namespace pelarix {
 namespace {

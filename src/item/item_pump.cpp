@@ -63,7 +63,8 @@ void AskForRoom(PumpCall &call, uint32_t length, uint32_t plugNo) {
 // A buffer of length bytes with the asked room around it; null when the sum
 // passes 32 bits or memory is out.
 uint8_t *AllocateWithRoom(PumpCall &call, uint32_t length, uint32_t spare, bool zeroFill) {
-  const uint64_t total = uint64_t{call.prefix} + length + (call.suffix > spare ? call.suffix : spare);
+  const uint64_t total =
+      uint64_t{call.prefix} + length + (call.suffix > spare ? call.suffix : spare);
   if (total > UINT32_MAX) return nullptr;
   call.bufferLength = static_cast<uint32_t>(total);
   void *memory = zeroFill ? std::calloc(1, total) : std::malloc(total);
@@ -146,8 +147,8 @@ PelarixStatus FetchLongItem(PumpCall &call, uint32_t dataLength, uint32_t plugNo
   call.received = whole;
   std::memcpy(call.record, oldRecord, kHubItemRecordHeaderBytes);
   std::free(oldBuffer);
-  const PelarixStatus status = HubGetItemBuffer(
-      call.session->hubHandle, call.session, call.record + kHubItemRecordHeaderBytes, whole);
+  const PelarixStatus status = HubGetItemBuffer(call.session->hubHandle, call.session,
+                                                call.record + kHubItemRecordHeaderBytes, whole);
   if (status == Pelarix_Success) CountCall(call.device->itemCallCount);
   return status;
 }

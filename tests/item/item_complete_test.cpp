@@ -30,8 +30,8 @@ TEST_F(ItemTest, CompletionRecordIsExactAndASecondSendsNothing) {
   const auto completions = Model().Completions();
   ASSERT_EQ(completions.size(), 1u);
   EXPECT_EQ(completions[0].record, CompletionBytes(id, 7, answer));
-  const std::string internal = "Complete item, handle: " + Ptr(item) + ", PlugNo: 1, Item Id: " +
-                               std::to_string(id) + ", status: 0x0";
+  const std::string internal = "Complete item, handle: " + Ptr(item) +
+                               ", PlugNo: 1, Item Id: " + std::to_string(id) + ", status: 0x0";
   const std::string closing = "Complete item, handle: " + Decimal(item) + ", status: 0x0";
   EXPECT_EQ(Lines(), (LogLines{{3, internal}, {3, closing}, {3, internal}, {3, closing}}));
   EXPECT_EQ(Record(item)->state, kItemCompleted);
@@ -73,12 +73,12 @@ TEST_F(ItemTest, FailedCompletionIsRetriedByTheClose) {
   Model().FailRequest(IOCTL_HUB_COMPLETE_ITEM, 31, false);
   ClearLog();
   EXPECT_EQ(Pelarix_CompleteItem(item, 0, 1, "x"), Pelarix_HubRequestFailed);
-  EXPECT_EQ(Lines(),
-            (LogLines{{3, "Failed to complete virtual hub item handle: " + Ptr(item) +
-                              ", error: 0x1f"},
-                      {3, "Complete item, handle: " + Ptr(item) + ", PlugNo: 1, Item Id: " +
-                              std::to_string(id) + ", status: 0x9"},
-                      {3, "Complete item, handle: " + Decimal(item) + ", status: 0x9"}}));
+  EXPECT_EQ(
+      Lines(),
+      (LogLines{{3, "Failed to complete virtual hub item handle: " + Ptr(item) + ", error: 0x1f"},
+                {3, "Complete item, handle: " + Ptr(item) +
+                        ", PlugNo: 1, Item Id: " + std::to_string(id) + ", status: 0x9"},
+                {3, "Complete item, handle: " + Decimal(item) + ", status: 0x9"}}));
   EXPECT_EQ(Record(item)->state, kItemOpen);
   EXPECT_EQ(Pelarix_CloseHandle(item), Pelarix_Success);
   const auto completions = Model().Completions();
@@ -117,8 +117,8 @@ TEST_F(ItemTest, RawCompletionWithoutARecordIsAnInvalidParameter) {
   PelarixHandle item = Next();
   ClearLog();
   EXPECT_EQ(Pelarix_CompleteItemRaw(item, 12, nullptr), Pelarix_InvalidParameter);
-  EXPECT_EQ(Lines(), (LogLines{{3, "Complete item (raw), handle: " + Decimal(item) +
-                                       ", status: 0x6"}}));
+  EXPECT_EQ(Lines(),
+            (LogLines{{3, "Complete item (raw), handle: " + Decimal(item) + ", status: 0x6"}}));
   EXPECT_TRUE(Model().RequestsOf(IOCTL_HUB_COMPLETE_ITEM).empty());
   EXPECT_EQ(Pelarix_CloseHandle(item), Pelarix_Success);
 }
@@ -146,24 +146,23 @@ TEST_F(ItemTest, GettersCheckTheirHandleAndPointers) {
   EXPECT_EQ(Pelarix_GetItemDeviceHandle(item, nullptr), Pelarix_InvalidParameter);
   EXPECT_EQ(Pelarix_GetItemId(device_, &word), Pelarix_InvalidHandle);
   const std::string h = Decimal(item);
-  const LogLines expected = {
-      {3, "Get item ID, handle: " + h + ", status: 0x0"},
-      {0, "Invalid parameter, null param"},
-      {3, "Get item info (raw), handle: " + h + ", status: 0x6"},
-      {0, "Invalid parameter, null param"},
-      {3, "Get item info (raw), handle: " + h + ", status: 0x6"},
-      {0, "Invalid parameter, null param"},
-      {3, "Get item info (raw), handle: " + h + ", status: 0x6"},
-      {0, "Invalid parameter, null param"},
-      {3, "Get item info (raw), handle: " + h + ", status: 0x6"},
-      {0, "Invalid parameter, itemId is null"},
-      {3, "Get item ID, handle: " + h + ", status: 0x6"},
-      {0, "Invalid parameter, itemInfo is null"},
-      {3, "Get item info, handle: " + h + ", status: 0x6"},
-      {0, "Invalid parameter, deviceHandle is null"},
-      {3, "Get item device handle, handle: " + h + ", status: 0x6"},
-      {0, "Invalid item handle: " + Ptr(device_)},
-      {3, "Get item ID, handle: " + Decimal(device_) + ", status: 0x5"}};
+  const LogLines expected = {{3, "Get item ID, handle: " + h + ", status: 0x0"},
+                             {0, "Invalid parameter, null param"},
+                             {3, "Get item info (raw), handle: " + h + ", status: 0x6"},
+                             {0, "Invalid parameter, null param"},
+                             {3, "Get item info (raw), handle: " + h + ", status: 0x6"},
+                             {0, "Invalid parameter, null param"},
+                             {3, "Get item info (raw), handle: " + h + ", status: 0x6"},
+                             {0, "Invalid parameter, null param"},
+                             {3, "Get item info (raw), handle: " + h + ", status: 0x6"},
+                             {0, "Invalid parameter, itemId is null"},
+                             {3, "Get item ID, handle: " + h + ", status: 0x6"},
+                             {0, "Invalid parameter, itemInfo is null"},
+                             {3, "Get item info, handle: " + h + ", status: 0x6"},
+                             {0, "Invalid parameter, deviceHandle is null"},
+                             {3, "Get item device handle, handle: " + h + ", status: 0x6"},
+                             {0, "Invalid item handle: " + Ptr(device_)},
+                             {3, "Get item ID, handle: " + Decimal(device_) + ", status: 0x5"}};
   EXPECT_EQ(Lines(), expected);
   EXPECT_EQ(Pelarix_CloseHandle(item), Pelarix_Success);
 }
@@ -184,10 +183,10 @@ TEST_F(ItemTest, DeviceHandleOfAnItemIsANewReference) {
   PelarixHandle again = nullptr;
   EXPECT_EQ(Pelarix_GetItemDeviceHandle(item, &again), Pelarix_InvalidHandle);
   EXPECT_EQ(again, nullptr);
-  EXPECT_EQ(Lines(), (LogLines{{0, "Invalid handle: " + Ptr(device_)},
-                               {3, "Duplicate handle: " + Ptr(device_) + ", Ref: 0, status: 0x5"},
-                               {3, "Get item device handle, handle: " + Decimal(item) +
-                                       ", status: 0x5"}}));
+  EXPECT_EQ(Lines(),
+            (LogLines{{0, "Invalid handle: " + Ptr(device_)},
+                      {3, "Duplicate handle: " + Ptr(device_) + ", Ref: 0, status: 0x5"},
+                      {3, "Get item device handle, handle: " + Decimal(item) + ", status: 0x5"}}));
   EXPECT_EQ(Pelarix_CompleteItem(item, 0, 0, nullptr), Pelarix_Success);
   EXPECT_EQ(Model().Completions().size(), 1u);
   EXPECT_EQ(Pelarix_CloseHandle(item), Pelarix_Success);
@@ -202,7 +201,7 @@ TEST_F(ItemTest, OpenItemIsCompletedWhenItsDeviceGoes) {
   PelarixHandle item = Next();
   ASSERT_EQ(Pelarix_CloseHandle(device_), Pelarix_Success);
   EXPECT_EQ(Model().Unplugs(), (std::vector<uint32_t>{1}));  // unplugged at the close
-  EXPECT_EQ(Device()->header.magic, kHandleMagic);            // lingering for its item
+  EXPECT_EQ(Device()->header.magic, kHandleMagic);           // lingering for its item
   ASSERT_EQ(Pelarix_CloseHandle(session_), Pelarix_Success);
   EXPECT_TRUE(Model().SessionOpen());
   EXPECT_TRUE(Model().Completions().empty());
@@ -243,15 +242,14 @@ TEST_F(ItemTest, UniqueItemIdsComeFromTheHub) {
   EXPECT_EQ(Pelarix_GetUniqueItemId(session_, nullptr), Pelarix_InvalidParameter);
   EXPECT_EQ(Pelarix_GetUniqueItemId(device_, &id), Pelarix_InvalidHandle);
   const std::string hub = Ptr(static_cast<PelarixSession *>(session_)->hubHandle);
-  EXPECT_EQ(Lines(),
-            (LogLines{{2, "Get unique item Id, Item Id: 1, status: 0x0"},
-                      {0, "Failed to retrieve unique item Id from virtual hub handle: " + hub +
-                              ", error: 0x1f"},
-                      {2, "Get unique item Id, Item Id: 0, status: 0x9"},
-                      {0, "Invalid parameter, itemId is null"},
-                      {2, "Get unique item Id, Item Id: 0, status: 0x6"},
-                      {0, "Invalid session handle: " + Ptr(device_)},
-                      {2, "Get unique item Id, Item Id: 0, status: 0x5"}}));
+  EXPECT_EQ(Lines(), (LogLines{{2, "Get unique item Id, Item Id: 1, status: 0x0"},
+                               {0, "Failed to retrieve unique item Id from virtual hub handle: " +
+                                       hub + ", error: 0x1f"},
+                               {2, "Get unique item Id, Item Id: 0, status: 0x9"},
+                               {0, "Invalid parameter, itemId is null"},
+                               {2, "Get unique item Id, Item Id: 0, status: 0x6"},
+                               {0, "Invalid session handle: " + Ptr(device_)},
+                               {2, "Get unique item Id, Item Id: 0, status: 0x5"}}));
 }
 
 TEST_F(ItemTest, ParkedItemIsFoundAgainByIdOnAnotherThread) {
@@ -269,12 +267,12 @@ TEST_F(ItemTest, ParkedItemIsFoundAgainByIdOnAnotherThread) {
   EXPECT_EQ(found, item);
   EXPECT_EQ(Record(item)->state, kItemOpen);
   const LogLines lines = Lines();
-  EXPECT_EQ(lines.front(), (LogLines::value_type{3, "Duplicate handle: " + Ptr(item) +
-                                                        ", Ref: 2, status: 0x0"}));
-  EXPECT_EQ(lines[1], (LogLines::value_type{3, "Park item, handle: " + Decimal(item) +
-                                                   ", status: 0x0"}));
-  EXPECT_EQ(lines.back(), (LogLines::value_type{3, "Unpark item, handle: " + Decimal(&found) +
-                                                       ", status: 0x0"}));
+  EXPECT_EQ(lines.front(),
+            (LogLines::value_type{3, "Duplicate handle: " + Ptr(item) + ", Ref: 2, status: 0x0"}));
+  EXPECT_EQ(lines[1],
+            (LogLines::value_type{3, "Park item, handle: " + Decimal(item) + ", status: 0x0"}));
+  EXPECT_EQ(lines.back(),
+            (LogLines::value_type{3, "Unpark item, handle: " + Decimal(&found) + ", status: 0x0"}));
   // Not parked any more: a second unpark finds nothing.
   PelarixHandle none = &none;
   EXPECT_EQ(Pelarix_UnparkItem(id, session_, &none), Pelarix_InvalidParameter);

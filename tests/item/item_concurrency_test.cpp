@@ -92,7 +92,15 @@ class PumpedSession {
   void Stop() {
     if (threads_.empty()) return;
     stopCompleters_ = true;
-    for (int i = 0; i < pumps_; ++i) Pelarix_CancelGetItem(session_);
+    // One cancel releases one waiting pump; a set that nobody has taken yet
+    // is not counted twice, so each pump gets its own.
+    while (pumpsEnded_ < pumps_) {
+      const int before = pumpsEnded_;
+      Pelarix_CancelGetItem(session_);
+      for (int wait = 0; wait < 200 && pumpsEnded_ == before; ++wait) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+    }
     for (std::thread &thread : threads_) thread.join();
     threads_.clear();
   }
@@ -104,8 +112,8 @@ class PumpedSession {
     std::lock_guard<std::mutex> lock(mutex_);
     for (const vhub::ItemProblem &problem : Model().ItemProblems()) {
       const bool quiet = problem.type == 2 && problem.completions == 0;
-      const bool left = unplugged_.count(problem.plugNo) != 0 && problem.delivered &&
-                        problem.completions == 0;
+      const bool left =
+          unplugged_.count(problem.plugNo) != 0 && problem.delivered && problem.completions == 0;
       if (!quiet && !left) owed.push_back(problem);
     }
     return owed;
@@ -128,7 +136,10 @@ class PumpedSession {
     for (;;) {
       PelarixHandle item = nullptr;
       const PelarixStatus status = Pelarix_GetNextItem(session_, &item);
-      if (status == Pelarix_Cancelled) return;
+      if (status == Pelarix_Cancelled) {
+        ++pumpsEnded_;
+        return;
+      }
       ASSERT_EQ(status, Pelarix_Success);
       Serve(item);
       ++served;
@@ -188,6 +199,7 @@ class PumpedSession {
   int completers_;
   std::vector<std::thread> threads_;
   std::atomic<bool> stopCompleters_{false};
+  std::atomic<int> pumpsEnded_{0};
   ParkedIds parked_;
   std::mutex mutex_;
   std::vector<PelarixHandle> devices_;

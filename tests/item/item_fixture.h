@@ -12,12 +12,12 @@
 
 #include "device/device.h"
 #include "device_fixture.h"
-#include "frame/session.h"
-#include "plugin_record.h"
 #include "frame/library_state.h"
+#include "frame/session.h"
 #include "hub/hub_control_codes.h"
 #include "hub/hub_records.h"
 #include "item/item.h"
+#include "plugin_record.h"
 
 namespace pelarix::testing {
 
@@ -33,8 +33,8 @@ struct RoomAnswers {
   std::vector<RoomCall> calls;
 };
 
-inline void PELARIX_CALL AskRoom(void *context, uint32_t length, uint32_t *prefix,
-                                 uint32_t *suffix, uint32_t plugNo) {
+inline void PELARIX_CALL AskRoom(void *context, uint32_t length, uint32_t *prefix, uint32_t *suffix,
+                                 uint32_t plugNo) {
   auto *room = static_cast<RoomAnswers *>(context);
   EXPECT_EQ(*prefix, 0u);
   EXPECT_EQ(*suffix, 0u);

@@ -291,10 +291,10 @@ TEST_F(ItemTest, CancelEndsTheNextCallAtOnce) {
   PelarixHandle item = &item;
   EXPECT_EQ(Pelarix_GetNextItem(session_, &item), Pelarix_Cancelled);
   EXPECT_EQ(item, nullptr);
-  EXPECT_EQ(Lines(), (LogLines{{2, "Cancel get item, handle: " + Decimal(session_) +
-                                       ", status: 0x0"},
-                               {2, "Get next item cancelled, handle: " + Ptr(session_)},
-                               {3, NextLine(session_, nullptr, 10)}}));
+  EXPECT_EQ(Lines(),
+            (LogLines{{2, "Cancel get item, handle: " + Decimal(session_) + ", status: 0x0"},
+                      {2, "Get next item cancelled, handle: " + Ptr(session_)},
+                      {3, NextLine(session_, nullptr, 10)}}));
   // One cancel releases one call: the item is served next.
   PelarixHandle served = Next();
   EXPECT_NE(served, nullptr);
@@ -307,13 +307,13 @@ TEST_F(ItemTest, BadHandlesAndNullOut) {
   EXPECT_EQ(Pelarix_GetNextItem(device_, &item), Pelarix_InvalidHandle);
   EXPECT_EQ(Pelarix_GetNextItem(session_, nullptr), Pelarix_InvalidParameter);
   EXPECT_EQ(Pelarix_CancelGetItem(device_), Pelarix_InvalidHandle);
-  EXPECT_EQ(Lines(), (LogLines{{0, "Invalid session handle: " + Ptr(device_)},
-                               {3, NextLine(device_, nullptr, 5)},
-                               {0, "Invalid parameter, itemHandle is null"},
-                               {3, NextLine(session_, nullptr, 6)},
-                               {0, "Invalid session handle: " + Ptr(device_)},
-                               {2, "Cancel get item, handle: " + Decimal(device_) +
-                                       ", status: 0x5"}}));
+  EXPECT_EQ(Lines(),
+            (LogLines{{0, "Invalid session handle: " + Ptr(device_)},
+                      {3, NextLine(device_, nullptr, 5)},
+                      {0, "Invalid parameter, itemHandle is null"},
+                      {3, NextLine(session_, nullptr, 6)},
+                      {0, "Invalid session handle: " + Ptr(device_)},
+                      {2, "Cancel get item, handle: " + Decimal(device_) + ", status: 0x5"}}));
 }
 
 TEST_F(ItemTest, FirstRequestFailureEndsTheCall) {
@@ -325,10 +325,9 @@ TEST_F(ItemTest, FirstRequestFailureEndsTheCall) {
     ClearLog();
     PelarixHandle item = nullptr;
     EXPECT_EQ(Pelarix_GetNextItem(session_, &item), Pelarix_HubRequestFailed);
-    EXPECT_EQ(Lines(),
-              (LogLines{{0, "Failed to get item length from virtual hub handle: " +
-                                Ptr(session_) + ", error: 0x1f"},
-                        {3, NextLine(session_, nullptr, 9)}}));
+    EXPECT_EQ(Lines(), (LogLines{{0, "Failed to get item length from virtual hub handle: " +
+                                         Ptr(session_) + ", error: 0x1f"},
+                                 {3, NextLine(session_, nullptr, 9)}}));
   }
 }
 
@@ -341,9 +340,10 @@ TEST_F(ItemTest, SecondRequestFailureCompletesIdZero) {
   PelarixHandle item = nullptr;
   EXPECT_EQ(Pelarix_GetNextItem(session_, &item), Pelarix_HubRequestFailed);
   EXPECT_EQ(item, nullptr);
-  EXPECT_EQ(Lines()[0], (LogLines::value_type{0, "Failed to get item buffer from virtual hub, "
-                                                 "handle: " +
-                                                     Ptr(session_) + ", error: 0x1f"}));
+  EXPECT_EQ(Lines()[0], (LogLines::value_type{0,
+                                              "Failed to get item buffer from virtual hub, "
+                                              "handle: " +
+                                                  Ptr(session_) + ", error: 0x1f"}));
   const auto completions = Model().Completions();
   ASSERT_EQ(completions.size(), 1u);
   EXPECT_EQ(completions[0].itemId, 0u);
