@@ -20,6 +20,12 @@ using testing::LogCapture;
 using testing::Pattern;
 using testing::WithoutStrings;
 
+// Data whose bytes tell its length: a long item whose second request
+// fetched another item's data would not match.
+std::vector<uint8_t> DataOfLength(size_t length) {
+  return Pattern(length, static_cast<uint8_t>(length * 13));
+}
+
 // Items parked by the pumps, for the completers to find again by id.
 class ParkedIds {
  public:
@@ -151,6 +157,11 @@ class PumpedSession {
     ASSERT_EQ(Pelarix_GetItemId(item, &id), Pelarix_Success);
     PelarixItemInfo info{};
     ASSERT_EQ(Pelarix_GetItemInfo(item, &info), Pelarix_Success);
+    if (info.type == 0) {
+      const auto *data = static_cast<const uint8_t *>(info.data);
+      EXPECT_EQ(std::vector<uint8_t>(data, data + info.dataLength), DataOfLength(info.dataLength))
+          << "item " << id;
+    }
     switch (id % 5) {
       case 0:
         Pelarix_CompleteItem(item, 0, info.dataLength, info.data);
@@ -213,7 +224,7 @@ void QueueMixed(vhub::HubModel &model, uint32_t plugNo, int count, int seed) {
     spec.plugNo = plugNo;
     const int kind = (i + seed) % 7;
     spec.type = kind == 5 ? 1 : kind == 6 ? 2 : 0;
-    if (spec.type == 0) spec.data = Pattern(kind == 4 ? 3000 + i % 500 : i % 600);
+    if (spec.type == 0) spec.data = DataOfLength(kind == 4 ? 3000 + i % 500 : i % 600);
     model.QueueItem(spec);
   }
 }
