@@ -26,6 +26,9 @@ struct DeviceRequest {
   void *context;
 };
 
+// Bytes of a configuration descriptor up to and with its wTotalLength.
+constexpr uint32_t kConfigLengthBytes = 4;
+
 uint16_t TotalLength(const uint8_t *configDesc) {
   return static_cast<uint16_t>(configDesc[2] | configDesc[3] << 8);
 }
@@ -55,10 +58,11 @@ PelarixStatus FillDevice(PelarixSession *session, PelarixDevice *device,
   if (status != Pelarix_Success) return status;
   std::memcpy(device->deviceDescriptor, request.deviceDesc, sizeof device->deviceDescriptor);
   device->configLength = TotalLength(request.configDesc);
-  // One byte at least, so that a set of length 0 is still a copy and not
-  // mistaken for a failed allocation.
-  device->configDescriptor =
-      static_cast<uint8_t *>(std::calloc(1, device->configLength > 0 ? device->configLength : 1));
+  // The copy is at least the four bytes that give a set its length, zero
+  // beyond what was copied: the family lookup of the device's settings reads
+  // them, and a set shorter than that then reads as one of length 0.
+  device->configDescriptor = static_cast<uint8_t *>(std::calloc(
+      1, device->configLength > kConfigLengthBytes ? device->configLength : kConfigLengthBytes));
   if (device->configDescriptor == nullptr) return Pelarix_OutOfMemory;
   std::memcpy(device->configDescriptor, request.configDesc, device->configLength);
   device->stringStore = StringStoreCreate();

@@ -229,8 +229,9 @@ TEST_F(DeviceTest, ConfigurationRefusedByTheHub) {
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
 }
 
-// A set of length 0 is copied as nothing (the copy is one byte, so it is not
-// mistaken for a failed allocation); the hub refuses it.
+// A set of length 0 is copied as nothing (into a zero-filled block of four
+// bytes, which the settings' family lookup reads as a set of length 0); the
+// hub refuses it.
 TEST_F(DeviceTest, ConfigurationOfLengthZeroIsCopiedAsNothing) {
   OpenSession();
   std::vector<uint8_t> emptySet = kKeyboardConfig;
