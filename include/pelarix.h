@@ -113,8 +113,7 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_DuplicateHandle(PelarixHandle han
 /* Devices. Descriptors come without a buffer length: deviceDesc must hold
  * the 18 bytes of a USB device descriptor, configDesc a configuration
  * descriptor with all that follows it, at least wTotalLength bytes (read from
- * its bytes 2 and 3; only those are copied) and never fewer than 4, and
- * string a USB string
+ * its bytes 2 and 3; only those are copied), and string a USB string
  * descriptor of bLength bytes (its first byte). */
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CreateDevice(
     PelarixHandle session, uint32_t clientVersion, uint8_t partial, const uint8_t *deviceDesc,
