@@ -1,0 +1,38 @@
+// A hub device that lives inside the process, for machines without the hub
+// driver (a build machine running the tests under Wine). Once one is put in
+// place, the device interface enumeration finds it as the one hub, opening
+// its path reaches it instead of CreateFileW, and each control request is
+// handed to it instead of DeviceIoControl. Everything above the platform
+// layer (the session, the request helper, the records) runs unchanged.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/platform.h"
+
+namespace pelarix::platform {
+
+class InProcessHubDevice {
+ public:
+  virtual ~InProcessHubDevice() = default;
+  // What CreateFileW would answer: 0 opens the device.
+  virtual uint32_t Open() = 0;
+  // The connection's handle is closed.
+  virtual void Close() = 0;
+  // One control request, answered as DeviceIoControl and GetOverlappedResult
+  // would answer it. The input of IOCTL_HUB_SET_NOTIFICATION_EVENT holds the
+  // event's HANDLE, valid in this process. May block until the answer is
+  // ready, as an overlapped request waits for its driver.
+  virtual HubControlResult Control(uint32_t code, const void *input, uint32_t inputLength,
+                                   void *output, uint32_t outputLength,
+                                   uint32_t *bytesReturned) = 0;
+};
+
+// The device path under which the in-process hub is enumerated.
+inline constexpr char16_t kInProcessHubPath[] = u"\\\\?\\pelarix#in-process-hub";
+
+// Puts device in place of the system's hub interfaces; null takes it away.
+// The caller keeps it alive while any connection to it is open.
+void SetInProcessHubDevice(InProcessHubDevice *device);
+
+}  // namespace pelarix::platform
