@@ -1,6 +1,10 @@
 #include "frame/log_formatter.h"
 
 #include <gtest/gtest.h>
+#ifdef _WIN32
+#include <windows.h>
+#undef CreateEvent  // the platform layer's own function of that name
+#endif
 
 #include <cmath>
 #include <cstdarg>
@@ -15,13 +19,53 @@ namespace {
 
 using testing::Printable;
 
+#ifdef _WIN32
+std::string Shown(const std::string &text) {
+  return text;
+}
+std::string Shown(const std::u16string &text) {
+  return Printable(text);
+}
+
+// The Windows C runtime's own formatting, which the library's formatter
+// follows: msvcrt's _vsnwprintf and _vsnprintf, found by name so that no
+// compatibility layer of the compiler's runtime stands in between.
+template <typename Char>
+std::basic_string<Char> FormatWithRuntime(int capacity, const Char *format, va_list args) {
+  using Formatter = int(__cdecl *)(Char *, size_t, const Char *, va_list);
+  HMODULE runtime = GetModuleHandleW(L"msvcrt.dll");
+  const char *name = sizeof(Char) == 1 ? "_vsnprintf" : "_vsnwprintf";
+  // FARPROC names no signature; the cast through void * gives it its own.
+  auto formatter =
+      reinterpret_cast<Formatter>(reinterpret_cast<void *>(GetProcAddress(runtime, name)));
+  if (formatter == nullptr) return {};
+  Char text[600] = {};
+  // The runtime writes at most count characters and ends with a NUL only
+  // if it fits; the library's buffer keeps one place for the NUL.
+  formatter(text, static_cast<size_t>(capacity - 1), format, args);
+  text[capacity - 1] = 0;
+  return text;
+}
+#endif
+
 // Formats into a buffer of capacity characters and checks that the length
-// returned is where the NUL stands.
+// returned is where the NUL stands. Under Windows each case is also formatted
+// by the C runtime, which must give the same text.
 template <typename Char>
 std::basic_string<Char> FormatArgs(int capacity, const Char *format, va_list args) {
+#ifdef _WIN32
+  va_list runtimeArgs;
+  va_copy(runtimeArgs, args);
+#endif
   Char text[600];
   const int length = FormatLogText(text, capacity, format, args);
   EXPECT_EQ(std::char_traits<Char>::length(text), static_cast<size_t>(length));
+#ifdef _WIN32
+  const std::basic_string<Char> runtimeText = FormatWithRuntime(capacity, format, runtimeArgs);
+  va_end(runtimeArgs);
+  EXPECT_EQ(Shown(runtimeText), Shown(std::basic_string<Char>(text)))
+      << "the runtime formats it otherwise: " << Shown(std::basic_string<Char>(format));
+#endif
   return text;
 }
 

@@ -1,8 +1,7 @@
 // Events on Windows are the system's own event objects: an Event is the
 // HANDLE itself, so the value the hub receives is the handle it can signal.
-#include "platform/win32/windows_api.h"
-
 #include "platform/platform.h"
+#include "platform/win32/windows_api.h"
 
 namespace pelarix::platform {
 

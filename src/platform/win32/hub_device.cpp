@@ -8,10 +8,13 @@
 // SetupAPI needs the base types of <windows.h> first.
 #include <setupapi.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstring>
+#include <map>
+#include <mutex>
 #include <new>
+#include <string>
+#include <string_view>
 
 #include "platform/platform.h"
 #include "platform/win32/in_process_hub.h"
@@ -19,10 +22,11 @@
 namespace pelarix::platform {
 
 struct HubDeviceSetObject {
-  HDEVINFO info = INVALID_HANDLE_VALUE;  // the system's set, or none for the in-process hub
-  SP_DEVICE_INTERFACE_DATA interface{};
+  HDEVINFO info = INVALID_HANDLE_VALUE;  // the system's set, or none for in-process hubs
+  SP_DEVICE_INTERFACE_DATA interface {};
   bool enumerated = false;
-  InProcessHubDevice *inProcess = nullptr;
+  bool inProcess = false;
+  std::u16string inProcessPath;  // of the first in-process hub, if there is one
 };
 
 struct HubConnectionObject {
@@ -32,19 +36,33 @@ struct HubConnectionObject {
 
 namespace {
 
+constexpr uint32_t kErrorInvalidParameter = 87;
+
 // The hub's device interface class {C4FF233F-3CE7-487D-9D29-C25ED8BC6085}.
 constexpr GUID kHubInterfaceClass = {
     0xC4FF233F, 0x3CE7, 0x487D, {0x9D, 0x29, 0xC2, 0x5E, 0xD8, 0xBC, 0x60, 0x85}};
 
-std::atomic<InProcessHubDevice *> inProcessHub{nullptr};
+// The in-process hubs by device path; the map's order is the enumeration's.
+struct InProcessHubs {
+  std::mutex lock;
+  std::map<std::u16string, InProcessHubDevice *> byPath;
+};
 
-constexpr uint32_t kInProcessPathChars = sizeof(kInProcessHubPath) / sizeof(char16_t);
+InProcessHubs &InProcess() {
+  static InProcessHubs hubs;
+  return hubs;
+}
 
-bool SamePath(const char16_t *left, const char16_t *right) {
-  for (; *left == *right; ++left, ++right) {
-    if (*left == 0) return true;
-  }
-  return false;
+bool IsInProcessPath(const char16_t *path) {
+  const std::u16string_view prefix(kInProcessHubPathPrefix);
+  return std::u16string_view(path).substr(0, prefix.size()) == prefix;
+}
+
+// The in-process hub of a device path, or null.
+InProcessHubDevice *FindInProcessHub(const char16_t *path) {
+  std::lock_guard<std::mutex> lock(InProcess().lock);
+  auto found = InProcess().byPath.find(path);
+  return found != InProcess().byPath.end() ? found->second : nullptr;
 }
 
 // Copies a NUL-terminated path of chars characters (with the NUL) out.
@@ -59,14 +77,13 @@ uint32_t GivePath(const char16_t *source, uint32_t chars, char16_t *path, uint32
 uint32_t SystemInterfacePath(HubDeviceSet set, char16_t *path, uint32_t pathChars,
                              uint32_t *requiredChars) {
   DWORD requiredBytes = 0;
-  SetupDiGetDeviceInterfaceDetailW(set->info, &set->interface, nullptr, 0, &requiredBytes,
-                                   nullptr);
+  SetupDiGetDeviceInterfaceDetailW(set->info, &set->interface, nullptr, 0, &requiredBytes, nullptr);
   constexpr DWORD kPathOffset = offsetof(SP_DEVICE_INTERFACE_DETAIL_DATA_W, DevicePath);
   if (requiredBytes <= kPathOffset) return GetLastError();
   *requiredChars = static_cast<uint32_t>((requiredBytes - kPathOffset) / sizeof(WCHAR));
   if (path == nullptr || pathChars < *requiredChars) return kErrorInsufficientBuffer;
-  auto *detail = static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W *>(
-      ::operator new(requiredBytes, std::nothrow));
+  auto *detail =
+      static_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W *>(::operator new(requiredBytes, std::nothrow));
   if (detail == nullptr) return kErrorNotEnoughMemory;
   detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_W);
   uint32_t error = kErrorSuccess;
@@ -81,9 +98,8 @@ uint32_t SystemInterfacePath(HubDeviceSet set, char16_t *path, uint32_t pathChar
   return error;
 }
 
-HubControlResult SystemControl(HANDLE file, uint32_t code, const void *input,
-                               uint32_t inputLength, void *output, uint32_t outputLength,
-                               uint32_t *bytesReturned) {
+HubControlResult SystemControl(HANDLE file, uint32_t code, const void *input, uint32_t inputLength,
+                               void *output, uint32_t outputLength, uint32_t *bytesReturned) {
   OVERLAPPED overlapped{};
   overlapped.hEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
   if (overlapped.hEvent == nullptr) return {GetLastError(), false};
@@ -105,16 +121,26 @@ HubControlResult SystemControl(HANDLE file, uint32_t code, const void *input,
 
 }  // namespace
 
-void SetInProcessHubDevice(InProcessHubDevice *device) {
-  inProcessHub.store(device);
+void AddInProcessHubDevice(const char16_t *name, InProcessHubDevice *device) {
+  std::lock_guard<std::mutex> lock(InProcess().lock);
+  InProcess().byPath[std::u16string(kInProcessHubPathPrefix) + name] = device;
+}
+
+void RemoveInProcessHubDevice(InProcessHubDevice *device) {
+  std::lock_guard<std::mutex> lock(InProcess().lock);
+  std::erase_if(InProcess().byPath, [device](const auto &entry) { return entry.second == device; });
 }
 
 uint32_t HubGetDeviceSet(HubDeviceSet *out) {
   *out = nullptr;
   auto *set = new (std::nothrow) HubDeviceSetObject;
   if (set == nullptr) return kErrorNotEnoughMemory;
-  set->inProcess = inProcessHub.load();
-  if (set->inProcess == nullptr) {
+  {
+    std::lock_guard<std::mutex> lock(InProcess().lock);
+    set->inProcess = !InProcess().byPath.empty();
+    if (set->inProcess) set->inProcessPath = InProcess().byPath.begin()->first;
+  }
+  if (!set->inProcess) {
     set->info = SetupDiGetClassDevsW(&kHubInterfaceClass, nullptr, nullptr,
                                      DIGCF_PRESENT | DIGCF_DEVICEINTERFACE);
     if (set->info == INVALID_HANDLE_VALUE) {
@@ -129,10 +155,9 @@ uint32_t HubGetDeviceSet(HubDeviceSet *out) {
 
 uint32_t HubEnumFirstInterface(HubDeviceSet set) {
   if (set == nullptr) return kErrorInvalidHandle;
-  if (set->inProcess == nullptr) {
+  if (!set->inProcess) {
     set->interface.cbSize = sizeof set->interface;
-    if (!SetupDiEnumDeviceInterfaces(set->info, nullptr, &kHubInterfaceClass, 0,
-                                     &set->interface)) {
+    if (!SetupDiEnumDeviceInterfaces(set->info, nullptr, &kHubInterfaceClass, 0, &set->interface)) {
       return GetLastError();
     }
   }
@@ -143,9 +168,17 @@ uint32_t HubEnumFirstInterface(HubDeviceSet set) {
 uint32_t HubGetInterfacePath(HubDeviceSet set, char16_t *path, uint32_t pathChars,
                              uint32_t *requiredChars) {
   *requiredChars = 0;
-  if (set == nullptr || !set->enumerated) return kErrorNoMoreItems;
-  if (set->inProcess != nullptr) {
-    return GivePath(kInProcessHubPath, kInProcessPathChars, path, pathChars, requiredChars);
+  if (set == nullptr) return kErrorNoMoreItems;
+  // The path is the first interface's, whether or not it was enumerated
+  // before.
+  if (!set->enumerated) {
+    const uint32_t error = HubEnumFirstInterface(set);
+    if (error != kErrorSuccess) return error;
+  }
+  if (set->inProcess) {
+    return GivePath(set->inProcessPath.c_str(),
+                    static_cast<uint32_t>(set->inProcessPath.size() + 1), path, pathChars,
+                    requiredChars);
   }
   return SystemInterfacePath(set, path, pathChars, requiredChars);
 }
@@ -160,11 +193,12 @@ uint32_t HubOpen(const char16_t *path, HubConnection *out) {
   *out = nullptr;
   auto *hub = new (std::nothrow) HubConnectionObject;
   if (hub == nullptr) return kErrorNotEnoughMemory;
-  InProcessHubDevice *device = inProcessHub.load();
   uint32_t error = kErrorSuccess;
-  if (device != nullptr && SamePath(path, kInProcessHubPath)) {
+  if (InProcessHubDevice *device = FindInProcessHub(path)) {
     error = device->Open();
     hub->inProcess = device;
+  } else if (IsInProcessPath(path)) {
+    error = kErrorFileNotFound;  // a hub taken away since it was enumerated
   } else {
     hub->file = CreateFileW(reinterpret_cast<const wchar_t *>(path), GENERIC_READ | GENERIC_WRITE,
                             0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
@@ -194,10 +228,11 @@ HubControlResult HubControl(HubConnection hub, uint32_t code, const void *input,
   // The event's handle already travels in the input: a driver in the kernel,
   // and an in-process hub alike, reach it by that value.
   *bytesReturned = 0;
-  if (hub == nullptr) return {kErrorInvalidHandle, false};
+  const bool buffersMissing =
+      (input == nullptr && inputLength != 0) || (output == nullptr && outputLength != 0);
+  if (hub == nullptr || buffersMissing) return {kErrorInvalidParameter, false};
   if (hub->inProcess != nullptr) {
-    return hub->inProcess->Control(code, input, inputLength, output, outputLength,
-                                   bytesReturned);
+    return hub->inProcess->Control(code, input, inputLength, output, outputLength, bytesReturned);
   }
   return SystemControl(hub->file, code, input, inputLength, output, outputLength, bytesReturned);
 }

@@ -1,8 +1,8 @@
 // A hub device that lives inside the process, for machines without the hub
 // driver (a build machine running the tests under Wine). Once one is put in
-// place, the device interface enumeration finds it as the one hub, opening
-// its path reaches it instead of CreateFileW, and each control request is
-// handed to it instead of DeviceIoControl. Everything above the platform
+// place, the device interface enumeration finds it, opening its path reaches
+// it instead of CreateFileW, and each control request is handed to it
+// instead of DeviceIoControl. Everything above the platform
 // layer (the session, the request helper, the records) runs unchanged.
 #pragma once
 
@@ -28,11 +28,15 @@ class InProcessHubDevice {
                                    uint32_t *bytesReturned) = 0;
 };
 
-// The device path under which the in-process hub is enumerated.
-inline constexpr char16_t kInProcessHubPath[] = u"\\\\?\\pelarix#in-process-hub";
+// The device paths of in-process hubs: this prefix and the hub's name.
+inline constexpr char16_t kInProcessHubPathPrefix[] = u"\\\\?\\pelarix#in-process-hub#";
 
-// Puts device in place of the system's hub interfaces; null takes it away.
-// The caller keeps it alive while any connection to it is open.
-void SetInProcessHubDevice(InProcessHubDevice *device);
+// Puts a hub device beside the system's under a name. While any is in
+// place, the enumeration finds only these, in ascending order of their
+// names (as the system's list has its own order), and the first is the hub.
+// The caller keeps the device alive while any connection to it is open.
+void AddInProcessHubDevice(const char16_t *name, InProcessHubDevice *device);
+// Takes a device away; connections already open keep it.
+void RemoveInProcessHubDevice(InProcessHubDevice *device);
 
 }  // namespace pelarix::platform

@@ -1,11 +1,10 @@
 // Recursive locks on Windows: a critical section placed in the byte block
 // that the owning record carries, so a zero-filled record needs no allocation
 // for its locks. Critical sections are recursive by nature.
-#include "platform/win32/windows_api.h"
-
 #include <new>
 
 #include "platform/platform.h"
+#include "platform/win32/windows_api.h"
 
 namespace pelarix::platform {
 

@@ -30,10 +30,14 @@ uint32_t GetModuleVersionBlock(void *buffer, uint32_t *size) {
     if (buffer == nullptr) *size = 0;
     return GetLastError();
   }
+  const DWORD needed = GetFileVersionInfoSizeW(path, nullptr);
   if (buffer == nullptr) {
-    *size = GetFileVersionInfoSizeW(path, nullptr);
-    return *size != 0 ? kErrorSuccess : GetLastError();
+    *size = needed;
+    return needed != 0 ? kErrorSuccess : GetLastError();
   }
+  // The system would cut the block to fit; a cut block is refused here, as
+  // the layer promises everywhere.
+  if (needed == 0 || *size < needed) return kErrorInsufficientBuffer;
   return GetFileVersionInfoW(path, 0, *size, buffer) ? kErrorSuccess : GetLastError();
 }
 

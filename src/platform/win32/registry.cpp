@@ -22,7 +22,8 @@ HKEY KeyOf(RegistryKey key) {
 uint32_t RegistryOpenKey(const char *path, uint32_t access, RegistryKey *out) {
   *out = nullptr;
   HKEY key = nullptr;
-  const uint32_t result = static_cast<uint32_t>(RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, access, &key));
+  const uint32_t result =
+      static_cast<uint32_t>(RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, access, &key));
   if (result == kErrorSuccess) *out = reinterpret_cast<RegistryKey>(key);
   if (RegistryOpenObserver observer = observerHook.load()) {
     observer(observerContext.load(), path, access, result);
@@ -35,8 +36,8 @@ uint32_t RegistryQueryValue(RegistryKey key, const char *name, uint32_t *type, u
   if (key == nullptr) return kErrorInvalidHandle;
   DWORD valueType = kRegNone;
   DWORD bytes = size != nullptr ? *size : 0;
-  const auto result = static_cast<uint32_t>(
-      RegQueryValueExA(KeyOf(key), name, nullptr, &valueType, data, size != nullptr ? &bytes : nullptr));
+  const auto result = static_cast<uint32_t>(RegQueryValueExA(
+      KeyOf(key), name, nullptr, &valueType, data, size != nullptr ? &bytes : nullptr));
   if (type != nullptr) *type = valueType;
   if (size != nullptr) *size = bytes;
   return result;

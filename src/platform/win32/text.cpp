@@ -4,8 +4,7 @@
 
 namespace pelarix::platform {
 
-int32_t AnsiToUtf16(const char *input, int32_t inputLength, char16_t *output,
-                    int32_t outputChars) {
+int32_t AnsiToUtf16(const char *input, int32_t inputLength, char16_t *output, int32_t outputChars) {
   return MultiByteToWideChar(CP_ACP, 0, input, inputLength, reinterpret_cast<wchar_t *>(output),
                              outputChars);
 }

@@ -4,12 +4,12 @@
 // whose handle is closed before it ever ran is resumed only to end at once,
 // rather than stay suspended for the life of the process.
 #include <process.h>
-#include "platform/win32/windows_api.h"
 
 #include <atomic>
 #include <new>
 
 #include "platform/platform.h"
+#include "platform/win32/windows_api.h"
 
 namespace pelarix::platform {
 
