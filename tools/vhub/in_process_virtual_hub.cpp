@@ -66,7 +66,7 @@ class VirtualHub::Device : public platform::InProcessHubDevice {
     bool last;
     {
       std::unique_lock<std::shared_mutex> lock(mutex_);
-      if (model_ != nullptr) model_->CloseSession("the library closed its handle");
+      if (model_ != nullptr) model_->CloseSession("the client closed the connection");
       last = --connections_ == 0 && model_ == nullptr;
     }
     if (last) delete this;
@@ -101,7 +101,7 @@ class VirtualHub::Device : public platform::InProcessHubDevice {
   // The hub stops: its session ends; true if the device is free to go now.
   bool Detach() {
     std::unique_lock<std::shared_mutex> lock(mutex_);
-    if (connections_ > 0) model_->CloseSession("the hub stopped");
+    if (connections_ > 0) model_->CloseSession("the hub stops");
     model_ = nullptr;
     return connections_ == 0;
   }
