@@ -10,7 +10,8 @@ shift
 bin_dir=$(cd "$(dirname "$program")" && pwd)
 export WINEPREFIX="${PELARIX_WINEPREFIX:-$(dirname "$bin_dir")/wineprefix}"
 export WINEDEBUG=-all
-export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+# No debugger: a program that faults ends at once instead of waiting for one.
+export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d;winedbg.exe=d"
 unset DISPLAY
 wine=/usr/lib/wine/wine64
 

@@ -15,6 +15,7 @@
 #undef CreateEvent  // the platform layer's own function of that name
 
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -26,10 +27,19 @@ class RegistryImport {
   ~RegistryImport() { Clear(); }
 
   // Imports the file; false if the registry editor could not run or failed.
+  // The file-backed registry also reads the short hive name HKLM, which the
+  // registry editor does not: a file that uses it is imported from a copy
+  // with the name written out.
   bool Import(const std::filesystem::path &file, const std::string &contents) {
     Clear();
-    for (const std::string &key : LocalMachineKeys(contents)) RememberNewKey(key);
-    std::wstring command = L"regedit.exe /s \"" + file.wstring() + L"\"";
+    const std::string expanded = ExpandHiveNames(contents);
+    std::filesystem::path imported = file;
+    if (expanded != contents) {
+      imported = file.parent_path() / "imported.reg";
+      std::ofstream(imported, std::ios::binary | std::ios::trunc) << expanded;
+    }
+    for (const std::string &key : LocalMachineKeys(expanded)) RememberNewKey(key);
+    std::wstring command = L"regedit.exe /s \"" + imported.wstring() + L"\"";
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process{};
@@ -52,6 +62,22 @@ class RegistryImport {
   }
 
  private:
+  static std::string ExpandHiveNames(const std::string &contents) {
+    std::string expanded;
+    std::istringstream lines(contents);
+    for (std::string line; std::getline(lines, line);) {
+      const size_t at = line.find_first_not_of(" \t");
+      if (at != std::string::npos && line[at] == '[') {
+        const size_t name = line[at + 1] == '-' ? at + 2 : at + 1;
+        if (line.compare(name, 5, "HKLM\\") == 0 || line.compare(name, 5, "hklm\\") == 0) {
+          line.replace(name, 4, "HKEY_LOCAL_MACHINE");
+        }
+      }
+      expanded += line + "\n";
+    }
+    return expanded;
+  }
+
   // The paths below HKEY_LOCAL_MACHINE of the file's sections (deletions too).
   static std::vector<std::string> LocalMachineKeys(const std::string &contents) {
     static const std::string kHive = "HKEY_LOCAL_MACHINE\\";
