@@ -3,6 +3,8 @@
 // with the system's version functions. The module is found by an address of
 // its own rather than by name, so the block is the right one whether the
 // code sits in pelarix.dll or is linked into a program.
+#include <cstddef>
+
 #include "platform/platform.h"
 #include "platform/win32/windows_api.h"
 
@@ -20,6 +22,16 @@ bool OwnModulePath(wchar_t *path, DWORD chars) {
   }
   const DWORD length = GetModuleFileNameW(module, path, chars);
   return length > 0 && length < chars;
+}
+
+bool IsBinaryValue(const char16_t *subBlock) {
+  constexpr char16_t kVarFileInfo[] = u"\\varfileinfo\\";
+  for (size_t i = 0; kVarFileInfo[i] != 0; ++i) {
+    char16_t unit = subBlock[i];
+    if (unit >= u'A' && unit <= u'Z') unit = static_cast<char16_t>(unit + 0x20);
+    if (unit != kVarFileInfo[i]) return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -51,7 +63,10 @@ bool QueryModuleVersionValue(const void *block, const char16_t *subBlock, const 
   const bool ok = VerQueryValueW(block, reinterpret_cast<const wchar_t *>(subBlock), &found,
                                  &foundLength) != FALSE;
   *value = found;
-  *length = foundLength;
+  // The system counts a text value in characters and a binary one (the
+  // translations under \VarFileInfo) in bytes; the layer counts both in
+  // UTF-16 units, as its block on POSIX does.
+  *length = IsBinaryValue(subBlock) ? foundLength / sizeof(char16_t) : foundLength;
   return ok;
 }
 
