@@ -22,6 +22,23 @@ function(pelarix_test sub)
   endif()
   add_executable(${sub}_tests ${ARGN})
   target_link_libraries(${sub}_tests PRIVATE pelarix_testing)
-  gtest_discover_tests(${sub}_tests DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS ${sub})
+  pelarix_discover_tests(${sub}_tests ${sub})
+endfunction()
+
+# pelarix_discover_tests(<program> <label>): ctest runs each case of the
+# program in a process of its own. Where PELARIX_WHOLE_PROGRAMS is set (the
+# engine's folders under Wine, where a process costs seconds and the engine
+# leaves no state from one case to the next) the program runs whole as one
+# test instead. Where PELARIX_TEST_LOCK names a resource, no two cases that
+# hold it run at once.
+function(pelarix_discover_tests program label)
+  if(PELARIX_WHOLE_PROGRAMS)
+    add_test(NAME ${program} COMMAND ${program})
+    set_tests_properties(${program} PROPERTIES LABELS ${label})
+  elseif(PELARIX_TEST_LOCK)
+    gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60
+      PROPERTIES LABELS ${label} RESOURCE_LOCK ${PELARIX_TEST_LOCK})
+  else()
+    gtest_discover_tests(${program} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS ${label})
+  endif()
 endfunction()

@@ -40,7 +40,12 @@ class LogHookSlot {
   }
 
  private:
+  // MinGW's function pointer types carry the ABI as an attribute, which a
+  // template argument drops (harmlessly: there is one ABI in the process).
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wignored-attributes"
   std::atomic<LogHook> hook_{nullptr};
+#pragma GCC diagnostic pop
   std::atomic<uint32_t> threshold_{0};
 };
 

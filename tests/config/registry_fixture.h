@@ -1,11 +1,10 @@
-// What the settings tests share: a registry file of their own for each test,
-// the library's log as (level, text) lines, and the keys the code opened with
-// their access masks.
+// What the settings tests share: a registry file of their own for each test
+// (on Windows imported into the real registry), the library's log as (level,
+// text) lines, and the keys the code opened with their access masks.
 #pragma once
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -16,6 +15,8 @@
 
 #include "pelarix.h"
 #include "platform/platform.h"
+#include "registry_import.h"
+#include "test_environment.h"
 
 namespace pelarix::testing {
 
@@ -72,11 +73,11 @@ class RegistryTest : public ::testing::Test {
  protected:
   void SetUp() override {
     dir_ = std::filesystem::temp_directory_path() /
-           ("pelarix-settings-" + std::to_string(::getpid()) + "-" +
+           ("pelarix-settings-" + std::to_string(ProcessId()) + "-" +
             ::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::create_directories(dir_);
     file_ = dir_ / "registry.reg";
-    ::setenv("PELARIX_REGISTRY", file_.c_str(), 1);
+    SetEnvironment("PELARIX_REGISTRY", file_.string().c_str());
     Pelarix_InitEx(2, CaptureLog, 3, 0);  // later tests in one process keep the first sink
     CapturedLog().clear();
     RecordedOpens().clear();
@@ -84,14 +85,27 @@ class RegistryTest : public ::testing::Test {
   }
   void TearDown() override {
     platform::SetRegistryOpenObserver(nullptr, nullptr);
-    ::unsetenv("PELARIX_REGISTRY");
+    ClearEnvironment("PELARIX_REGISTRY");
+#ifdef _WIN32
+    import_.Clear();
+#endif
     std::filesystem::remove_all(dir_);
   }
 
   // A version 5.00 file of the given body (sections and values, "\n" ends).
   void WriteRegistry(const std::string &body) {
-    std::ofstream out(file_, std::ios::binary | std::ios::trunc);
-    out << "Windows Registry Editor Version 5.00\r\n\r\n" << body;
+    WriteRegistryFile("Windows Registry Editor Version 5.00\r\n\r\n" + body);
+  }
+
+  // The whole file as it stands.
+  void WriteRegistryFile(const std::string &contents) {
+    {
+      std::ofstream out(file_, std::ios::binary | std::ios::trunc);
+      out << contents;
+    }
+#ifdef _WIN32
+    ASSERT_TRUE(import_.Import(file_, contents)) << "regedit /s " << file_.string();
+#endif
   }
 
   static platform::RegistryKey Open(const char *path) {
@@ -108,6 +122,9 @@ class RegistryTest : public ::testing::Test {
 
   std::filesystem::path dir_;
   std::filesystem::path file_;
+#ifdef _WIN32
+  RegistryImport import_;
+#endif
 };
 
 }  // namespace pelarix::testing

@@ -41,7 +41,8 @@ LogCapture::~LogCapture() {
 
 void LogCapture::Sink(uint32_t level, const PelarixChar *message) {
   std::lock_guard<std::mutex> guard(mutex_);
-  lines_.emplace_back(level, std::u16string(message));
+  // PelarixChar is wchar_t on Windows; both are UTF-16 units.
+  lines_.emplace_back(level, std::u16string(reinterpret_cast<const char16_t *>(message)));
 }
 
 std::vector<LogLine> LogCapture::Lines() const {

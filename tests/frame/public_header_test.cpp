@@ -46,8 +46,14 @@ TEST(PublicHeaderTest, StatusCodes) {
 TEST(PublicHeaderTest, Types) {
   EXPECT_TRUE((std::is_same_v<PelarixHandle, void *>));
   EXPECT_TRUE((std::is_same_v<PelarixStatus, uint32_t>));
+#ifdef _WIN32
+  // Windows' own UTF-16 type, and the system's calling convention.
+  EXPECT_TRUE((std::is_same_v<PelarixChar, wchar_t>));
+  EXPECT_TRUE((std::is_same_v<PelarixLogCallback, void(__stdcall *)(uint32_t, const wchar_t *)>));
+#else
   EXPECT_TRUE((std::is_same_v<PelarixChar, char16_t>));
   EXPECT_TRUE((std::is_same_v<PelarixLogCallback, void (*)(uint32_t, const char16_t *)>));
+#endif
   EXPECT_EQ(PELARIX_INTERFACE_VERSION, 2u);
 }
 

@@ -3,10 +3,12 @@
 #include "frame/session.h"
 
 #include <gtest/gtest.h>
+#ifndef _WIN32
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#endif
 
 #include <cerrno>
 #include <chrono>
@@ -24,6 +26,7 @@
 #include "log_capture.h"
 #include "pelarix.h"
 #include "platform/platform.h"
+#include "test_environment.h"
 #include "virtual_hub.h"
 
 namespace pelarix {
@@ -61,9 +64,9 @@ class SessionTest : public ::testing::Test {
  protected:
   // No registry: every setting keeps its default.
   void SetUp() override {
-    setenv("PELARIX_REGISTRY", (directory_.Path() + "/absent.reg").c_str(), 1);
+    testing::SetEnvironment("PELARIX_REGISTRY", (directory_.Path() + "/absent.reg").c_str());
   }
-  void TearDown() override { unsetenv("PELARIX_REGISTRY"); }
+  void TearDown() override { testing::ClearEnvironment("PELARIX_REGISTRY"); }
 
   void StartHub(uint32_t version = vhub::kDefaultHubVersion) {
     vhub::VirtualHubOptions options;
@@ -119,7 +122,7 @@ TEST_F(SessionTest, NoHubPresentIsHubOpenFailed) {
 }
 
 TEST_F(SessionTest, MissingHubDirectoryIsHubOpenFailed) {
-  setenv("PELARIX_HUB_DIR", (directory_.Path() + "/absent").c_str(), 1);
+  testing::SetEnvironment("PELARIX_HUB_DIR", (directory_.Path() + "/absent").c_str());
   PelarixHandle handle = &handle;
   EXPECT_EQ(Pelarix_CreateSession(&handle), Pelarix_HubOpenFailed);
   EXPECT_EQ(handle, nullptr);
@@ -144,6 +147,7 @@ TEST_F(SessionTest, HubHeldByAnotherSessionIsHubOpenFailed) {
   EXPECT_EQ(Pelarix_CloseHandle(first), Pelarix_Success);
 }
 
+#ifndef _WIN32  // the socket transport's wait for the open status
 // A hub that takes the connection and never sends its open status fails the
 // open as any hub that cannot be opened, once the wait for the status ends
 // (ERROR_TIMEOUT, 0x5b4).
@@ -174,6 +178,7 @@ TEST_F(SessionTest, SilentHubIsHubOpenFailedWhenTheWaitEnds) {
   unsetenv("PELARIX_HUB_OPEN_TIMEOUT_MS");
   if (silent >= 0) close(silent);
 }
+#endif
 
 void ExpectVersionRefused(SessionTest *, vhub::HubModel &model, LogCapture &capture) {
   PelarixHandle handle = &handle;
@@ -454,6 +459,7 @@ TEST_F(SessionTest, ANewSessionAfterCloseOpensTheHubAgain) {
   EXPECT_EQ(Pelarix_CloseHandle(second), Pelarix_Success);
 }
 
+#ifndef _WIN32
 // Runs out of file descriptors after `available` more: each event of a
 // session is one descriptor, so the k-th event creation fails.
 class DescriptorShortage {
@@ -550,6 +556,7 @@ TEST_F(SessionTest, ClosedSessionLeavesNoDescriptorBehind) {
   ASSERT_TRUE(Model().WaitForNoSession(kWaitMs));
   EXPECT_EQ(OpenDescriptors(), before);
 }
+#endif  // descriptors are POSIX's
 
 }  // namespace
 }  // namespace pelarix

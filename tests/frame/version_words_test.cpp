@@ -1,13 +1,13 @@
-// The module's version block and the system version, as the POSIX platform
-// layer provides them.
+// The module's version block and the system version, as the platform layer
+// provides them: on POSIX compiled in, on Windows the VERSIONINFO resource.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "platform/platform.h"
+#include "test_environment.h"
 
 namespace pelarix::platform {
 namespace {
@@ -76,32 +76,54 @@ TEST(ModuleVersionTest, UnknownKeyIsMissingWithLengthZero) {
   EXPECT_FALSE(QueryModuleVersionValue(nullptr, u"\\VarFileInfo\\Translation", &value, &length));
 }
 
+#ifdef _WIN32
+// GetVersionExW under the test run's Wine prefix, which says Windows 7.
+TEST(SystemVersionTest, RunningWindowsIsTheTestPrefixsWindows7) {
+  uint32_t major = 0;
+  uint32_t minor = 0;
+  GetSystemVersion(&major, &minor);
+  EXPECT_EQ(major, 6u);
+  EXPECT_EQ(minor, 1u);
+}
+
+// The POSIX layer's stand-in for a Windows version is not Windows's.
+TEST(SystemVersionTest, EnvironmentDoesNotChangeTheWindowsVersion) {
+  ASSERT_TRUE(testing::SetEnvironment("PELARIX_OS_VERSION", "10.0"));
+  uint32_t major = 0;
+  uint32_t minor = 0;
+  GetSystemVersion(&major, &minor);
+  EXPECT_EQ(major, 6u);
+  EXPECT_EQ(minor, 1u);
+  testing::ClearEnvironment("PELARIX_OS_VERSION");
+}
+#else
 TEST(SystemVersionTest, OverrideGivesMajorAndMinor) {
   uint32_t major = 0;
   uint32_t minor = 0;
-  ASSERT_EQ(setenv("PELARIX_OS_VERSION", "6.2", 1), 0);
+  ASSERT_TRUE(testing::SetEnvironment("PELARIX_OS_VERSION", "6.2"));
   GetSystemVersion(&major, &minor);
   EXPECT_EQ(major, 6u);
   EXPECT_EQ(minor, 2u);
-  ASSERT_EQ(setenv("PELARIX_OS_VERSION", "10", 1), 0);
+  ASSERT_TRUE(testing::SetEnvironment("PELARIX_OS_VERSION", "10"));
   GetSystemVersion(&major, &minor);
   EXPECT_EQ(major, 10u);
   EXPECT_EQ(minor, 0u);
-  ASSERT_EQ(setenv("PELARIX_OS_VERSION", "garbage", 1), 0);
+  ASSERT_TRUE(testing::SetEnvironment("PELARIX_OS_VERSION", "garbage"));
   GetSystemVersion(&major, &minor);
   EXPECT_EQ(major, 0u);
   EXPECT_EQ(minor, 0u);
-  unsetenv("PELARIX_OS_VERSION");
+  testing::ClearEnvironment("PELARIX_OS_VERSION");
 }
 
 TEST(SystemVersionTest, KernelReleaseWithoutOverride) {
-  unsetenv("PELARIX_OS_VERSION");
+  testing::ClearEnvironment("PELARIX_OS_VERSION");
   uint32_t major = 0;
   uint32_t minor = 99999;
   GetSystemVersion(&major, &minor);
   EXPECT_GE(major, 2u);  // every kernel this runs on is 2.x or later
   EXPECT_LT(minor, 1000u);
 }
+#endif
 
 }  // namespace
 }  // namespace pelarix::platform

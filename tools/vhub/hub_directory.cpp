@@ -6,8 +6,32 @@
 #include <filesystem>
 #include <vector>
 
+#ifdef _WIN32
+#include <process.h>
+
+#include <atomic>
+#include <string>
+#endif
+
 namespace pelarix::vhub {
 
+#ifdef _WIN32
+// Windows finds its hubs in the platform layer, not in a directory: the
+// directory is only a scratch place for the tests that want one.
+ScopedHubDirectory::ScopedHubDirectory() {
+  static std::atomic<unsigned> counter{0};
+  std::error_code ignored;
+  const std::filesystem::path path =
+      std::filesystem::temp_directory_path(ignored) /
+      ("pelarix-hub-" + std::to_string(_getpid()) + "-" + std::to_string(counter++));
+  if (std::filesystem::create_directories(path, ignored)) path_ = path.generic_string();
+}
+
+ScopedHubDirectory::~ScopedHubDirectory() {
+  std::error_code ignored;
+  if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+}
+#else
 ScopedHubDirectory::ScopedHubDirectory() {
   const char *temp = std::getenv("TMPDIR");
   std::string pattern =
@@ -23,5 +47,6 @@ ScopedHubDirectory::~ScopedHubDirectory() {
   std::error_code ignored;
   if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
 }
+#endif
 
 }  // namespace pelarix::vhub

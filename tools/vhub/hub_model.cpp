@@ -1,8 +1,5 @@
 #include "hub_model.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -67,8 +64,8 @@ HubModel::HubModel(uint32_t version, Logger logger, bool keepRecords)
     : logger_(std::move(logger)), version_(version), keepRecords_(keepRecords) {}
 
 HubModel::~HubModel() {
-  for (const HeldReply &held : held_) close(held.replyFd);
-  if (eventFd_ >= 0) close(eventFd_);
+  for (const HeldReply &held : held_) CloseReply(held.replyFd);
+  if (eventFd_ != kNoCallerHandle) CloseNotificationEvent(eventFd_);
 }
 
 // ---------------------------------------------------------------------------
@@ -98,10 +95,10 @@ void HubModel::CloseSession(const std::string &reason) {
   plugged_.clear();
   DropQueuedItems(std::nullopt);
   lastDelivered_.reset();
-  for (const HeldReply &held : held_) close(held.replyFd);  // their callers see a hang-up
+  for (const HeldReply &held : held_) CloseReply(held.replyFd);  // their callers see a hang-up
   held_.clear();
-  if (eventFd_ >= 0) close(eventFd_);
-  eventFd_ = -1;
+  if (eventFd_ != kNoCallerHandle) CloseNotificationEvent(eventFd_);
+  eventFd_ = kNoCallerHandle;
   raised_ = false;
   sessionOpen_ = false;
   Log("session closed: " + reason);
@@ -109,13 +106,13 @@ void HubModel::CloseSession(const std::string &reason) {
 }
 
 HubAnswer HubModel::Handle(uint32_t code, const uint8_t *input, uint32_t inputLength,
-                           uint32_t outputCapacity, int eventFd, bool *hold) {
+                           uint32_t outputCapacity, CallerHandle eventFd, bool *hold) {
   std::lock_guard<std::mutex> lock(mutex_);
   RequestRecord record;
   record.code = code;
   record.input.assign(input, input + inputLength);
   record.outputCapacity = outputCapacity;
-  record.eventAttached = eventFd >= 0;
+  record.eventAttached = eventFd != kNoCallerHandle;
   auto injected = injections_.find(code);
   if (injected != injections_.end() && !injected->second.empty()) {
     Injection &next = injected->second.front();
@@ -123,7 +120,7 @@ HubAnswer HubModel::Handle(uint32_t code, const uint8_t *input, uint32_t inputLe
     record.injected = true;
     if (hold != nullptr) *hold = next.hold;
     if (next.times != kForever && --next.times == 0) injected->second.pop_front();
-    if (eventFd >= 0) close(eventFd);
+    if (eventFd != kNoCallerHandle) CloseNotificationEvent(eventFd);
   } else {
     record.answer = Process(code, input, inputLength, outputCapacity, eventFd);
   }
@@ -136,8 +133,10 @@ HubAnswer HubModel::Handle(uint32_t code, const uint8_t *input, uint32_t inputLe
 }
 
 HubAnswer HubModel::Process(uint32_t code, const uint8_t *input, uint32_t inputLength,
-                            uint32_t outputCapacity, int eventFd) {
-  if (code != IOCTL_HUB_SET_NOTIFICATION_EVENT && eventFd >= 0) close(eventFd);
+                            uint32_t outputCapacity, CallerHandle eventFd) {
+  if (code != IOCTL_HUB_SET_NOTIFICATION_EVENT && eventFd != kNoCallerHandle) {
+    CloseNotificationEvent(eventFd);
+  }
   switch (code) {
     case IOCTL_HUB_GET_VERSION:
       return Word(version_, outputCapacity);
@@ -171,16 +170,13 @@ HubAnswer HubModel::Word(uint32_t value, uint32_t outputCapacity) {
   return answer;
 }
 
-HubAnswer HubModel::SetNotificationEvent(uint32_t inputLength, int eventFd) {
-  if (inputLength != 8 || eventFd < 0) {
-    if (eventFd >= 0) close(eventFd);
+HubAnswer HubModel::SetNotificationEvent(uint32_t inputLength, CallerHandle eventFd) {
+  if (inputLength != 8 || eventFd == kNoCallerHandle) {
+    if (eventFd != kNoCallerHandle) CloseNotificationEvent(eventFd);
     return Failure(kErrorInvalidParameter);
   }
-  if (eventFd_ >= 0) close(eventFd_);
-  // The hub must never wait on a client's descriptor: a blocking one whose
-  // counter a client keeps full (or empty) would stop the hub in write (or
-  // read). The library's event is non-blocking already.
-  fcntl(eventFd, F_SETFL, fcntl(eventFd, F_GETFL) | O_NONBLOCK);
+  if (eventFd_ != kNoCallerHandle) CloseNotificationEvent(eventFd_);
+  AdoptNotificationEvent(eventFd);
   eventFd_ = eventFd;
   raised_ = false;
   UpdateNotification();
@@ -200,7 +196,7 @@ HubAnswer HubModel::UnplugDevice(const uint8_t *input, uint32_t inputLength) {
 HubAnswer HubModel::GetItem(uint32_t outputCapacity) {
   // Asking before the event was handed over is the caller's error, reported
   // when the request ends, as the driver does.
-  if (eventFd_ < 0) return Failure(kHubErrorNotificationEventNotSet, true);
+  if (eventFd_ == kNoCallerHandle) return Failure(kHubErrorNotificationEventNotSet, true);
   if (queue_.empty()) {
     UpdateNotification();
     return {};
@@ -298,18 +294,12 @@ void HubModel::DropQueuedItems(std::optional<uint32_t> plugNo) {
 }
 
 void HubModel::UpdateNotification() {
-  if (eventFd_ >= 0 && raised_ != !queue_.empty()) SetRaised(!queue_.empty());
+  if (eventFd_ != kNoCallerHandle && raised_ != !queue_.empty()) SetRaised(!queue_.empty());
 }
 
 void HubModel::SetRaised(bool raised) {
-  if (eventFd_ < 0) return;
-  if (raised) {
-    uint64_t one = 1;
-    [[maybe_unused]] ssize_t written = write(eventFd_, &one, sizeof one);
-  } else {
-    uint64_t count = 0;
-    [[maybe_unused]] ssize_t got = read(eventFd_, &count, sizeof count);
-  }
+  if (eventFd_ == kNoCallerHandle) return;
+  SignalNotificationEvent(eventFd_, raised);
   raised_ = raised;
 }
 
@@ -352,7 +342,7 @@ void HubModel::HoldAnswer(uint32_t code, HubAnswer answer, uint32_t times) {
   injections_[code].push_back(Injection{std::move(answer), times, true});
 }
 
-void HubModel::HoldReply(uint32_t code, int replyFd, HubAnswer answer) {
+void HubModel::HoldReply(uint32_t code, CallerHandle replyFd, HubAnswer answer) {
   std::lock_guard<std::mutex> lock(mutex_);
   held_.push_back(HeldReply{code, replyFd, std::move(answer)});
   heldChanged_.notify_all();
@@ -363,12 +353,8 @@ bool HubModel::ReleaseHeld(uint32_t code) {
   auto held = std::find_if(held_.begin(), held_.end(),
                            [code](const HeldReply &reply) { return reply.code == code; });
   if (held == held_.end()) return false;
-  // Held answers are small and go to a fresh reply socket; one that finds no
-  // room is dropped, and its caller sees the hang-up.
-  size_t sent = 0;
-  int error = 0;
-  SendWithoutWaiting(held->replyFd, EncodeAnswer(held->answer), &sent, &error);
-  close(held->replyFd);
+  SendReply(held->replyFd, held->answer);
+  CloseReply(held->replyFd);
   held_.erase(held);
   Log(HubRequestName(code) + " released");
   return true;

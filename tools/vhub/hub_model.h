@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "caller_handles.h"
 #include "request_frame.h"
 
 namespace pelarix::vhub {
@@ -88,14 +89,15 @@ class HubModel {
   // Forgets the session: its devices are unplugged, its items dropped and its
   // notification event let go. The reason ends the "session closed" line.
   void CloseSession(const std::string &reason);
-  // One request. eventFd is the descriptor that came with
-  // IOCTL_HUB_SET_NOTIFICATION_EVENT (or -1); the model owns it from here.
+  // One request. eventFd is the notification event that came with
+  // IOCTL_HUB_SET_NOTIFICATION_EVENT (or kNoCallerHandle); the model owns it
+  // from here.
   // *hold is set when a test asked to hold this request: its answer is then
   // sent only by ReleaseHeld, through HoldReply.
   HubAnswer Handle(uint32_t code, const uint8_t *input, uint32_t inputLength,
-                   uint32_t outputCapacity, int eventFd, bool *hold = nullptr);
-  // Keeps the reply descriptor of a held request (the model owns it now).
-  void HoldReply(uint32_t code, int replyFd, HubAnswer answer);
+                   uint32_t outputCapacity, CallerHandle eventFd, bool *hold = nullptr);
+  // Keeps the reply of a held request (the model owns it now).
+  void HoldReply(uint32_t code, CallerHandle replyFd, HubAnswer answer);
 
   // --- a test's side --------------------------------------------------------
   void SetVersion(uint32_t version);
@@ -157,14 +159,14 @@ class HubModel {
   };
   struct HeldReply {
     uint32_t code;
-    int replyFd;
+    CallerHandle replyFd;
     HubAnswer answer;
   };
 
   HubAnswer Process(uint32_t code, const uint8_t *input, uint32_t inputLength,
-                    uint32_t outputCapacity, int eventFd);
+                    uint32_t outputCapacity, CallerHandle eventFd);
   HubAnswer Word(uint32_t value, uint32_t outputCapacity);
-  HubAnswer SetNotificationEvent(uint32_t inputLength, int eventFd);
+  HubAnswer SetNotificationEvent(uint32_t inputLength, CallerHandle eventFd);
   HubAnswer UnplugDevice(const uint8_t *input, uint32_t inputLength);
   HubAnswer GetItem(uint32_t outputCapacity);
   HubAnswer GetItemBuffer(uint32_t outputCapacity);
@@ -186,7 +188,7 @@ class HubModel {
   uint32_t sessionsOpened_ = 0;
   uint32_t nextPlugNo_ = 1;
   uint32_t nextItemId_ = 1;
-  int eventFd_ = -1;
+  CallerHandle eventFd_ = kNoCallerHandle;
   bool raised_ = false;
   std::deque<QueuedItem> queue_;
   std::optional<QueuedItem> lastDelivered_;

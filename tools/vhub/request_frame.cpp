@@ -1,8 +1,10 @@
 #include "request_frame.h"
 
+#ifndef _WIN32
 #include <sys/socket.h>
 
 #include <cerrno>
+#endif
 
 namespace pelarix::vhub {
 
@@ -42,6 +44,7 @@ std::vector<uint8_t> EncodeAnswer(const HubAnswer &answer) {
   return frame;
 }
 
+#ifndef _WIN32
 SendOutcome SendWithoutWaiting(int fd, const std::vector<uint8_t> &bytes, size_t *sent,
                                int *error) {
   *error = 0;
@@ -61,5 +64,6 @@ SendOutcome SendWithoutWaiting(int fd, const std::vector<uint8_t> &bytes, size_t
   }
   return SendOutcome::kDone;
 }
+#endif
 
 }  // namespace pelarix::vhub

@@ -44,7 +44,7 @@ struct HubAnswer {
 
 // The answer frame: header and output bytes.
 std::vector<uint8_t> EncodeAnswer(const HubAnswer &answer);
-
+#ifndef _WIN32
 // Descriptors come from clients, and a client can hand over a socket whose
 // buffer it has filled: the hub never waits on one.
 enum class SendOutcome {
@@ -55,6 +55,7 @@ enum class SendOutcome {
 };
 // Sends bytes from *sent on without waiting, advancing *sent.
 SendOutcome SendWithoutWaiting(int fd, const std::vector<uint8_t> &bytes, size_t *sent, int *error);
+#endif
 
 // Little-endian helpers for the hub's side.
 uint32_t ReadU32(const uint8_t *at);

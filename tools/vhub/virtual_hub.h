@@ -3,6 +3,10 @@
 // descriptor that came with it (docs/hub-protocol.md). It runs on a thread of
 // its own; tests drive it in-process through Model(), the daemon
 // pelarix-vhubd runs one until it is told to stop.
+//
+// On Windows there is no socket: Start puts the hub in the platform layer as
+// an in-process hub device named after options.name, and each request is
+// answered on the thread that sends it (in_process_virtual_hub.cpp).
 #pragma once
 
 #include <chrono>
@@ -42,9 +46,19 @@ class VirtualHub {
   void Stop();
 
   HubModel &Model() { return model_; }
+  // The path the library opens: the socket's, or on Windows the in-process
+  // device path (UTF-8).
   const std::string &SocketPath() const { return socketPath_; }
 
  private:
+#ifdef _WIN32
+  class Device;  // what the platform layer reaches
+
+  VirtualHubOptions options_;
+  std::string socketPath_;
+  HubModel model_;
+  Device *device_ = nullptr;
+#else
   using Clock = std::chrono::steady_clock;
   // An answer that found no room on its reply descriptor at once.
   struct OutgoingReply {
@@ -79,6 +93,7 @@ class VirtualHub {
   std::vector<uint8_t> pending_;        // bytes of frames not yet whole
   std::deque<int> passedFds_;           // descriptors received, in order
   std::vector<OutgoingReply> replies_;  // answers of the session still going out
+#endif
 };
 
 }  // namespace pelarix::vhub
