@@ -7,9 +7,9 @@
 #include <memory>
 
 #include "config/blacklist.h"
-#include "ordo/usb/dev_filter_mgr_agent.h"
 #include "frame/session.h"
 #include "hub_session_fixture.h"
+#include "ordo/usb/dev_filter_mgr_agent.h"
 #include "test_environment.h"
 
 namespace pelarix {
