@@ -73,10 +73,10 @@ class HubUnderTest {
 };
 
 void QueueItem(vhub::HubModel &model, uint32_t size) {
-  vhub::ItemSpec spec;
-  spec.plugNo = kPlugNo;
-  spec.data.assign(size, 0x5A);
-  model.QueueItem(spec);
+  vhub::ItemSpec raised;
+  raised.plugNo = kPlugNo;
+  raised.data.assign(size, 0x5A);
+  model.QueueItem(raised);
 }
 
 // --- the library ------------------------------------------------------------

@@ -319,9 +319,9 @@ TEST_F(ItemTest, UnparkFindsItemsOfEveryDeviceOfTheSession) {
   Start();
   PelarixHandle second = Stringless();
   ASSERT_EQ(Pelarix_PluginDevice(second), Pelarix_Success);
-  vhub::ItemSpec spec;
-  spec.plugNo = 2;
-  const uint32_t id = Model().QueueItem(spec);
+  vhub::ItemSpec raised;
+  raised.plugNo = 2;
+  const uint32_t id = Model().QueueItem(raised);
   PelarixHandle item = Next();
   EXPECT_EQ(Pelarix_ParkItem(item), Pelarix_Success);
   EXPECT_EQ(Pelarix_CloseHandle(item), Pelarix_Success);

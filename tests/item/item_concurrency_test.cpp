@@ -220,12 +220,12 @@ class PumpedSession {
 // Short, long and notice items in turn for one device.
 void QueueMixed(vhub::HubModel &model, uint32_t plugNo, int count, int seed) {
   for (int i = 0; i < count; ++i) {
-    vhub::ItemSpec spec;
-    spec.plugNo = plugNo;
+    vhub::ItemSpec raised;
+    raised.plugNo = plugNo;
     const int kind = (i + seed) % 7;
-    spec.type = kind == 5 ? 1 : kind == 6 ? 2 : 0;
-    if (spec.type == 0) spec.data = DataOfLength(kind == 4 ? 3000 + i % 500 : i % 600);
-    model.QueueItem(spec);
+    raised.type = kind == 5 ? 1 : kind == 6 ? 2 : 0;
+    if (raised.type == 0) raised.data = DataOfLength(kind == 4 ? 3000 + i % 500 : i % 600);
+    model.QueueItem(raised);
   }
 }
 

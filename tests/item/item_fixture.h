@@ -71,13 +71,13 @@ class ItemTest : public DeviceTest {
 
   uint32_t Queue(uint32_t type, std::vector<uint8_t> data = {}, uint32_t noCompletion = 0,
                  std::array<uint32_t, 4> params = {0x10, 0x20, 0x30, 0x40}) {
-    vhub::ItemSpec spec;
-    spec.type = type;
-    spec.plugNo = plugNo_;
-    spec.params = params;
-    spec.data = std::move(data);
-    spec.noCompletion = noCompletion;
-    return Model().QueueItem(spec);
+    vhub::ItemSpec raised;
+    raised.type = type;
+    raised.plugNo = plugNo_;
+    raised.params = params;
+    raised.data = std::move(data);
+    raised.noCompletion = noCompletion;
+    return Model().QueueItem(raised);
   }
 
   PelarixHandle Next() {
