@@ -104,9 +104,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_Init(uint32_t version,
 
 /* Sessions and handles */
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CreateSession(PelarixHandle *pelarixHandle);
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CreateSessionEx(
-    PelarixHandle *pelarixHandle, PelarixItemBufferCallback itemBufferCallback,
-    void *itemBufferContext);
+PELARIX_API PelarixStatus PELARIX_CALL
+Pelarix_CreateSessionEx(PelarixHandle *pelarixHandle, PelarixItemBufferCallback itemBufferCallback,
+                        void *itemBufferContext);
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CloseHandle(PelarixHandle handle);
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_DuplicateHandle(PelarixHandle handle);
 
@@ -115,17 +115,15 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_DuplicateHandle(PelarixHandle han
  * descriptor with all that follows it, at least wTotalLength bytes (read from
  * its bytes 2 and 3; only those are copied), and string a USB string
  * descriptor of bLength bytes (its first byte). */
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CreateDevice(
-    PelarixHandle session, uint32_t clientVersion, uint8_t partial, const uint8_t *deviceDesc,
-    const uint8_t *configDesc, PelarixPluginCallback callback, void *context,
-    PelarixHandle *deviceHandle);
+PELARIX_API PelarixStatus PELARIX_CALL
+Pelarix_CreateDevice(PelarixHandle session, uint32_t clientVersion, uint8_t partial,
+                     const uint8_t *deviceDesc, const uint8_t *configDesc,
+                     PelarixPluginCallback callback, void *context, PelarixHandle *deviceHandle);
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CreateDeviceEx(
     PelarixHandle session, uint32_t clientVersion, uint8_t partial, uint32_t plugParam1,
-    uint32_t plugParam2, uint32_t plugParam3, const uint8_t *deviceDesc,
-    const uint8_t *configDesc, PelarixPluginCallback callback, void *context,
-    PelarixHandle *deviceHandle);
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_AddDeviceString(PelarixHandle device,
-                                                               uint8_t index,
+    uint32_t plugParam2, uint32_t plugParam3, const uint8_t *deviceDesc, const uint8_t *configDesc,
+    PelarixPluginCallback callback, void *context, PelarixHandle *deviceHandle);
+PELARIX_API PelarixStatus PELARIX_CALL Pelarix_AddDeviceString(PelarixHandle device, uint8_t index,
                                                                uint16_t language,
                                                                const uint8_t *string);
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_PluginDevice(PelarixHandle device);
@@ -161,16 +159,14 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetItemRaw(PelarixHandle item,
                                                           uint32_t *dataLength, void **buffer);
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CompleteItem(PelarixHandle item, uint32_t status,
                                                             uint32_t length, const void *data);
-PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CompleteItemRaw(PelarixHandle item,
-                                                               uint32_t length,
+PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CompleteItemRaw(PelarixHandle item, uint32_t length,
                                                                const void *record);
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetUniqueItemId(PelarixHandle session,
                                                                uint32_t *itemId);
 
 /* The filter */
 PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetFilterBlob(PelarixHandle session,
-                                                             uint32_t *bufferLength,
-                                                             void **buffer);
+                                                             uint32_t *bufferLength, void **buffer);
 
 #ifdef __cplusplus
 }
