@@ -7,42 +7,30 @@
 #include <string>
 #include <vector>
 
+#include "bench_hub.h"
 #include "hub/hub_control_codes.h"
 #include "hub/hub_interface.h"
 #include "hub/hub_request.h"
-#include "hub_directory.h"
 #include "platform/platform.h"
-#include "virtual_hub.h"
 
 namespace {
 
 using namespace pelarix;
 
-// A hub that keeps no record of what it answered, so a long run does not grow.
+// The benchmark hub with the library's own connection to it.
 class HubUnderTest {
  public:
   HubUnderTest() {
-    vhub::VirtualHubOptions options;
-    options.directory = directory_.Path();
-    options.keepRecords = false;
-    hub_ = std::make_unique<vhub::VirtualHub>(options);
-    std::string error;
-    if (!hub_->Start(&error)) return;
-    // The directory is the one PELARIX_HUB_DIR names, so the library finds it.
-    OpenHubInterface(&connection_);
+    if (hub_.Started()) OpenHubInterface(&connection_);
   }
-  ~HubUnderTest() {
-    platform::HubClose(connection_);
-    hub_->Stop();
-  }
+  ~HubUnderTest() { platform::HubClose(connection_); }
   HubUnderTest(const HubUnderTest &) = delete;
   HubUnderTest &operator=(const HubUnderTest &) = delete;
 
   platform::HubConnection Connection() const { return connection_; }
 
  private:
-  vhub::ScopedHubDirectory directory_;
-  std::unique_ptr<vhub::VirtualHub> hub_;
+  bench::BenchHub hub_;
   platform::HubConnection connection_ = nullptr;
 };
 

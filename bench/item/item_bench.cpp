@@ -16,11 +16,10 @@
 #include <string>
 #include <vector>
 
+#include "bench_hub.h"
 #include "hub/hub_control_codes.h"
 #include "hub/hub_records.h"
-#include "hub_directory.h"
 #include "pelarix.h"
-#include "virtual_hub.h"
 
 // Heap allocations of the threads that count them (the pumps), whatever
 // allocates: the library's malloc/calloc and operator new alike.
@@ -51,26 +50,7 @@ using namespace pelarix;
 
 constexpr uint32_t kPlugNo = 1;
 
-class HubUnderTest {
- public:
-  HubUnderTest() {
-    vhub::VirtualHubOptions options;
-    options.directory = directory_.Path();
-    options.keepRecords = false;
-    hub_ = std::make_unique<vhub::VirtualHub>(options);
-    std::string error;
-    started_ = hub_->Start(&error);
-  }
-  ~HubUnderTest() { hub_->Stop(); }
-  bool Started() const { return started_; }
-  vhub::HubModel &Model() { return hub_->Model(); }
-  const std::string &SocketPath() const { return hub_->SocketPath(); }
-
- private:
-  vhub::ScopedHubDirectory directory_;
-  std::unique_ptr<vhub::VirtualHub> hub_;
-  bool started_ = false;
-};
+using HubUnderTest = bench::BenchHub;
 
 void QueueItem(vhub::HubModel &model, uint32_t size) {
   vhub::ItemSpec raised;
