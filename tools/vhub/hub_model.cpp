@@ -188,6 +188,7 @@ HubAnswer HubModel::UnplugDevice(const uint8_t *input, uint32_t inputLength) {
   uint32_t plugNo = ReadU32(input);
   plugged_.erase(plugNo);
   if (keepRecords_) unplugs_.push_back(plugNo);
+  if (observer_.unplugged) observer_.unplugged(plugNo);
   DropQueuedItems(plugNo);
   UpdateNotification();
   return {};
@@ -249,6 +250,7 @@ HubAnswer HubModel::CompleteItem(const uint8_t *input, uint32_t inputLength) {
     if (!keepRecords_) items_.erase(tracked);
   }
   if (!completion.known) Log("completion of unknown item " + std::to_string(header.itemId));
+  if (observer_.completed) observer_.completed(completion);
   if (keepRecords_) completions_.push_back(std::move(completion));
   return {};
 }
@@ -274,6 +276,7 @@ HubAnswer HubModel::PluginDevice(const uint8_t *input, uint32_t inputLength) {
   plugged_.insert(header.plugNo);
   if (keepRecords_) pluginRecords_.emplace_back(input, input + inputLength);
   Log("PlugNo " + std::to_string(header.plugNo) + " plugged in");
+  if (observer_.plugged) observer_.plugged(header.plugNo, {input, input + inputLength});
   return HubAnswer{true, 0, {}};
 }
 
@@ -313,6 +316,11 @@ void HubModel::Log(const std::string &line) const {
 void HubModel::SetVersion(uint32_t version) {
   std::lock_guard<std::mutex> lock(mutex_);
   version_ = version;
+}
+
+void HubModel::SetObserver(HubObserver observer) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  observer_ = std::move(observer);
 }
 
 void HubModel::SetNextOpenStatus(uint32_t status) {

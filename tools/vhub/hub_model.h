@@ -67,6 +67,16 @@ struct ItemProblem {
   uint32_t completions = 0;  // 0: never completed; 2 or more: completed again
 };
 
+// What a host side (the part the agent's operating system plays above a real
+// hub) learns from the hub as it happens. The calls come on the thread that
+// sent the request, with the model's lock held: an observer must not call
+// back into the model from them, only note what it saw.
+struct HubObserver {
+  std::function<void(uint32_t plugNo, const std::vector<uint8_t> &record)> plugged;
+  std::function<void(uint32_t plugNo)> unplugged;
+  std::function<void(const CompletionRecord &completion)> completed;
+};
+
 class HubModel {
  public:
   using Logger = std::function<void(const std::string &line)>;
@@ -101,6 +111,8 @@ class HubModel {
 
   // --- a test's side --------------------------------------------------------
   void SetVersion(uint32_t version);
+  // Replaces the observer (an empty one stops the reports).
+  void SetObserver(HubObserver observer);
   // The next connection gets this open status instead (0 changes nothing).
   void SetNextOpenStatus(uint32_t status);
   // Queues an item and returns its id.
@@ -181,6 +193,7 @@ class HubModel {
   mutable std::mutex mutex_;
   mutable std::condition_variable sessionChanged_;
   Logger logger_;
+  HubObserver observer_;
   uint32_t version_;
   bool keepRecords_;
   uint32_t nextOpenStatus_ = 0;

@@ -1,0 +1,74 @@
+// The agent's redirection service: the library loaded as a service loads
+// it, one session on the virtual hub, pump threads that take each item,
+// hand it to the client's device it belongs to and complete it with the
+// client's answer, and at the end the unplug and the teardown in the
+// documented order.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "pelarix.h"
+#include "simulated_device.h"
+
+namespace pelarix::demo {
+
+// What one device's items cost: items completed, and bytes of requests and
+// answers that crossed the service.
+struct ServedCounts {
+  uint64_t items = 0;
+  uint64_t bytes = 0;
+};
+
+class Service {
+ public:
+  using LogSink = std::function<void(uint32_t level, const std::string &text)>;
+
+  Service() = default;
+  ~Service();
+  Service(const Service &) = delete;
+  Service &operator=(const Service &) = delete;
+
+  // Initialises the library (its log at logLevel into sink), opens the
+  // session and starts `pumps` pump threads. On failure *error says why.
+  bool Start(uint32_t logLevel, LogSink sink, uint32_t pumps, std::string *error);
+  // The agent's filter settings, as the library writes them for a client.
+  std::vector<uint8_t> FilterBlob();
+
+  // Creates the device (the agent's filter decides first), adds its strings
+  // when the client is of version 4 or above, and plugs it in. The status
+  // of the first call that failed, or of the plug-in; *plugNo is set once
+  // the device was created.
+  PelarixStatus Offer(SimulatedDevice &device, uint32_t clientVersion, bool partial,
+                      uint32_t *plugNo);
+  ServedCounts Counts(const SimulatedDevice &device) const;
+
+  // Unplugs and closes every device, ends the pumps, closes the session.
+  void Stop();
+
+ private:
+  struct Served {
+    SimulatedDevice *device;
+    uint32_t plugNo;
+    ServedCounts counts;
+  };
+
+  void Pump();
+  void Serve(PelarixHandle item);
+  static void PELARIX_CALL Log(uint32_t level, const PelarixChar *message);
+
+  PelarixHandle session_ = nullptr;
+  std::vector<std::thread> pumps_;
+  std::atomic<size_t> pumpsEnded_{0};
+  mutable std::mutex mutex_;
+  std::map<PelarixHandle, Served> devices_;
+  static LogSink sink_;
+};
+
+}  // namespace pelarix::demo
