@@ -2,6 +2,7 @@
 
 #ifndef _WIN32
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 #include <cerrno>
 #endif
@@ -33,26 +34,40 @@ FrameParse ParseRequestFrame(const uint8_t *data, size_t size, RequestFrame *fra
   return FrameParse::kComplete;
 }
 
-std::vector<uint8_t> EncodeAnswer(const HubAnswer &answer) {
-  std::vector<uint8_t> frame;
-  frame.reserve(kFrameHeaderBytes + answer.output.size());
-  AppendU32(frame, kAnswerMagic);
-  AppendU32(frame, answer.pending ? 1 : 0);
-  AppendU32(frame, answer.error);
-  AppendU32(frame, static_cast<uint32_t>(answer.output.size()));
-  frame.insert(frame.end(), answer.output.begin(), answer.output.end());
-  return frame;
+namespace {
+
+std::vector<uint8_t> AnswerHeader(const HubAnswer &answer) {
+  std::vector<uint8_t> header;
+  header.reserve(kFrameHeaderBytes);
+  AppendU32(header, kAnswerMagic);
+  AppendU32(header, answer.pending ? 1 : 0);
+  AppendU32(header, answer.error);
+  AppendU32(header, static_cast<uint32_t>(answer.output.size()));
+  return header;
 }
 
 #ifndef _WIN32
-SendOutcome SendWithoutWaiting(int fd, const std::vector<uint8_t> &bytes, size_t *sent,
-                               int *error) {
+// Sends the bytes of head and then body from *sent on, in one call where the
+// socket has room.
+SendOutcome SendPartsWithoutWaiting(int fd, const std::vector<uint8_t> &head,
+                                    const std::vector<uint8_t> &body, size_t *sent, int *error) {
   *error = 0;
-  while (*sent < bytes.size()) {
+  while (*sent < head.size() + body.size()) {
+    iovec parts[2];
+    size_t count = 0;
+    if (*sent < head.size()) {
+      parts[count++] = {const_cast<uint8_t *>(head.data()) + *sent, head.size() - *sent};
+    }
+    size_t bodyFrom = *sent > head.size() ? *sent - head.size() : 0;
+    if (bodyFrom < body.size()) {
+      parts[count++] = {const_cast<uint8_t *>(body.data()) + bodyFrom, body.size() - bodyFrom};
+    }
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = count;
     // MSG_DONTWAIT rather than O_NONBLOCK: the descriptor's flags are shared
     // with every copy of it, the client's included.
-    ssize_t done =
-        send(fd, bytes.data() + *sent, bytes.size() - *sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+    ssize_t done = sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (done < 0 && errno == EINTR) continue;
     if (done < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return SendOutcome::kWouldBlock;
     if (done < 0 && (errno == EPIPE || errno == ECONNRESET)) return SendOutcome::kPeerGone;
@@ -63,6 +78,26 @@ SendOutcome SendWithoutWaiting(int fd, const std::vector<uint8_t> &bytes, size_t
     *sent += static_cast<size_t>(done);
   }
   return SendOutcome::kDone;
+}
+#endif
+
+}  // namespace
+
+std::vector<uint8_t> EncodeAnswer(const HubAnswer &answer) {
+  std::vector<uint8_t> frame = AnswerHeader(answer);
+  frame.reserve(AnswerFrameBytes(answer));
+  frame.insert(frame.end(), answer.output.begin(), answer.output.end());
+  return frame;
+}
+
+#ifndef _WIN32
+SendOutcome SendWithoutWaiting(int fd, const std::vector<uint8_t> &bytes, size_t *sent,
+                               int *error) {
+  return SendPartsWithoutWaiting(fd, bytes, {}, sent, error);
+}
+
+SendOutcome SendAnswerWithoutWaiting(int fd, const HubAnswer &answer, size_t *sent, int *error) {
+  return SendPartsWithoutWaiting(fd, AnswerHeader(answer), answer.output, sent, error);
 }
 #endif
 

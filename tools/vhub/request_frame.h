@@ -55,7 +55,14 @@ enum class SendOutcome {
 };
 // Sends bytes from *sent on without waiting, advancing *sent.
 SendOutcome SendWithoutWaiting(int fd, const std::vector<uint8_t> &bytes, size_t *sent, int *error);
+// The same for an answer frame, sent from the answer itself: a long item's
+// bytes are not copied into a frame first.
+SendOutcome SendAnswerWithoutWaiting(int fd, const HubAnswer &answer, size_t *sent, int *error);
 #endif
+// Bytes of the answer frame: header and output.
+inline size_t AnswerFrameBytes(const HubAnswer &answer) {
+  return kFrameHeaderBytes + answer.output.size();
+}
 
 // Little-endian helpers for the hub's side.
 uint32_t ReadU32(const uint8_t *at);

@@ -278,7 +278,7 @@ std::string VirtualHub::AnswerFrames() {
     if (hold) {
       model_.HoldReply(frame.code, reply, std::move(answer));
     } else {
-      ended = Deliver(reply, frame.code, answer);
+      ended = Deliver(reply, frame.code, std::move(answer));
     }
     used += consumed;
   }
@@ -288,11 +288,11 @@ std::string VirtualHub::AnswerFrames() {
 
 // Sends what fits at once; the rest waits in replies_ for room, until its
 // deadline.
-std::string VirtualHub::Deliver(int replyFd, uint32_t code, const HubAnswer &answer) {
-  OutgoingReply reply{replyFd, code, EncodeAnswer(answer), 0,
+std::string VirtualHub::Deliver(int replyFd, uint32_t code, HubAnswer answer) {
+  OutgoingReply reply{replyFd, code, std::move(answer), 0,
                       Clock::now() + std::chrono::milliseconds(options_.replyTimeoutMs)};
   int error = 0;
-  switch (SendWithoutWaiting(reply.fd, reply.bytes, &reply.sent, &error)) {
+  switch (SendAnswerWithoutWaiting(reply.fd, reply.answer, &reply.sent, &error)) {
     case SendOutcome::kDone:
       close(reply.fd);
       return "";
@@ -325,11 +325,11 @@ std::string VirtualHub::FlushReplies(const short *events, size_t count) {
     SendOutcome outcome = SendOutcome::kWouldBlock;
     int error = 0;
     if (i < count && events[i] != 0)
-      outcome = SendWithoutWaiting(reply.fd, reply.bytes, &reply.sent, &error);
+      outcome = SendAnswerWithoutWaiting(reply.fd, reply.answer, &reply.sent, &error);
     if (outcome == SendOutcome::kWouldBlock && Clock::now() >= reply.deadline && ended.empty()) {
       ended = "reply undeliverable: " + HubRequestName(reply.code) + " answer, " +
-              std::to_string(reply.bytes.size() - reply.sent) + " of " +
-              std::to_string(reply.bytes.size()) + " bytes not taken within " +
+              std::to_string(AnswerFrameBytes(reply.answer) - reply.sent) + " of " +
+              std::to_string(AnswerFrameBytes(reply.answer)) + " bytes not taken within " +
               std::to_string(options_.replyTimeoutMs) + " ms";
     }
     if (outcome == SendOutcome::kFailed && ended.empty()) {

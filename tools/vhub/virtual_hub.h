@@ -64,7 +64,7 @@ class VirtualHub {
   struct OutgoingReply {
     int fd;
     uint32_t code;
-    std::vector<uint8_t> bytes;
+    HubAnswer answer;
     size_t sent;
     Clock::time_point deadline;
   };
@@ -78,7 +78,7 @@ class VirtualHub {
   bool SessionHungUp() const;
   std::string ReadSession(short events);
   std::string AnswerFrames();
-  std::string Deliver(int replyFd, uint32_t code, const HubAnswer &answer);
+  std::string Deliver(int replyFd, uint32_t code, HubAnswer answer);
   std::string FlushReplies(const short *events, size_t count);
   void DropSession(const std::string &reason);
   void Log(const std::string &line) const;
