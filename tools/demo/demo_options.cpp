@@ -24,6 +24,9 @@ const char *const kDemoUsage =
     "  --client TEXT        a filter string of the client (repeatable)\n"
     "  --no-client-filter   the client offers every device whole, and the\n"
     "                       agent's filter alone decides\n"
+    "  --older-client LIST  devices offered by a client of version 3 (name\n"
+    "                       fragments): offered whole, strings fetched by\n"
+    "                       the library through items\n"
     "  --pumps N            pump threads of the service (default 2)\n"
     "  --data DIR           the descriptor files (*.bin)\n"
     "  --registry FILE      the agent's settings (.reg)\n"
@@ -55,8 +58,8 @@ std::vector<std::string> SplitList(const std::string &text) {
 }
 
 bool TakesValue(const std::string &argument) {
-  for (const char *option :
-       {"--duration", "--log-level", "--pumps", "--devices", "--client", "--data", "--registry"}) {
+  for (const char *option : {"--duration", "--log-level", "--pumps", "--devices", "--client",
+                             "--older-client", "--data", "--registry"}) {
     if (argument == option) return true;
   }
   return false;
@@ -101,6 +104,8 @@ std::optional<DemoOptions> ParseDemoOptions(const std::vector<std::string> &argu
       }
     } else if (argument == "--devices") {
       options.devices = SplitList(arguments[++i]);
+    } else if (argument == "--older-client") {
+      options.olderClient = SplitList(arguments[++i]);
     } else if (argument == "--client") {
       options.clientStrings.push_back(arguments[++i]);
     } else if (argument == "--data") {

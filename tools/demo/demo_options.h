@@ -16,6 +16,9 @@ struct DemoOptions {
   double durationSeconds = 2.0;      // storage traffic per disk
   std::vector<std::string> devices;  // name fragments; empty: every device
   std::vector<std::string> clientStrings;
+  // Devices (name fragments) whose client is of version 3: it has no filter
+  // of its own, and leaves the strings to the library's fetch.
+  std::vector<std::string> olderClient;
   uint32_t pumps = 2;
   bool clientFilter = true;  // false: the client offers every device whole
   bool corruptDisks = false;

@@ -25,11 +25,18 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr uint32_t kClientVersion = 4;
+constexpr uint32_t kOlderClientVersion = 3;
 constexpr uint32_t kDeviceBlocked = 13;
 // Enumeration and keyboard traffic of every device take well under this;
 // disks take the duration on top.
 constexpr std::chrono::seconds kDriverAllowance{30};
 constexpr std::chrono::milliseconds kProgressInterval{500};
+
+bool Matches(const std::string &name, const std::vector<std::string> &fragments) {
+  return std::any_of(fragments.begin(), fragments.end(), [&](const std::string &fragment) {
+    return name.find(fragment) != std::string::npos;
+  });
+}
 
 std::vector<DescriptorSet> LoadDevices(const DemoOptions &options, std::string *error) {
   std::vector<std::string> paths;
@@ -122,11 +129,44 @@ struct Offered {
   std::string problem;
 };
 
+// The client decides and offers one device; the service creates it and
+// plugs it in. A device the agent refuses is reported, not plugged.
+Offered OfferDevice(const DescriptorSet &set, const DemoOptions &options, Client &client,
+                    Service &service) {
+  Offered entry;
+  entry.row.name = set.name;
+  entry.row.vendorId = set.VendorId();
+  entry.row.productId = set.ProductId();
+  const bool older = Matches(set.name, options.olderClient);
+  entry.row.clientVersion = older ? kOlderClientVersion : kClientVersion;
+  const ClientDecision decision =
+      options.clientFilter && !older ? client.Decide(set) : ClientDecision{};
+  entry.row.decision = DecisionText(decision);
+  if (decision.kind == ClientDecision::Kind::kKeptLocal) return entry;
+  entry.device = client.Offer(set, decision, options.corruptDisks);
+  uint32_t plugNo = 0;
+  const PelarixStatus status =
+      service.Offer(*entry.device, entry.row.clientVersion,
+                    decision.kind == ClientDecision::Kind::kSplit, &plugNo);
+  if (status == kDeviceBlocked) {
+    entry.row.decision = "blocked by agent";
+  } else if (status != Pelarix_Success && status != Pelarix_Pending) {
+    entry.problem = "FAILED: offer ended with status " + std::to_string(status);
+  } else {
+    entry.row.plugNo = plugNo;
+  }
+  return entry;
+}
+
 void FillRow(Offered &offered, const Service &service,
              const std::map<uint32_t, HostDeviceReport> &reports) {
   DeviceRow &row = offered.row;
+  if (!offered.problem.empty()) {
+    row.check = offered.problem;
+    return;
+  }
   if (row.plugNo == 0) {
-    row.check = offered.problem.empty() ? "-" : offered.problem;
+    row.check = "-";
     return;
   }
   const ServedCounts counts = service.Counts(*offered.device);
@@ -214,28 +254,20 @@ int RunDemo(const DemoOptions &options, std::ostream &out, std::ostream &err) {
   {
     Progress progress(err, errMutex, host, sets.size());
     for (const DescriptorSet &set : sets) {
-      Offered entry;
-      entry.row.name = set.name;
-      entry.row.vendorId = set.VendorId();
-      entry.row.productId = set.ProductId();
-      const ClientDecision decision = options.clientFilter ? client.Decide(set) : ClientDecision{};
-      entry.row.decision = DecisionText(decision);
-      if (decision.kind != ClientDecision::Kind::kKeptLocal) {
-        entry.device = client.Offer(set, decision, options.corruptDisks);
-        uint32_t plugNo = 0;
-        const PelarixStatus status = service.Offer(
-            *entry.device, kClientVersion, decision.kind == ClientDecision::Kind::kSplit, &plugNo);
-        if (status == kDeviceBlocked) {
-          entry.row.decision = "blocked by agent";
-        } else if (status != Pelarix_Success) {
-          entry.problem = "FAILED: offer ended with status " + std::to_string(status);
-        } else {
-          entry.row.plugNo = plugNo;
-          ++plugged;
-        }
-      }
+      offered.push_back(OfferDevice(set, options, client, service));
       progress.Offered();
-      offered.push_back(std::move(entry));
+    }
+    // An older client's devices are plugged in by the library once their
+    // strings are fetched: wait for every outcome before counting.
+    if (!service.WaitForPlugins(kDriverAllowance)) line("pelarix-demo: a plug-in never ended");
+    for (Offered &entry : offered) {
+      if (entry.row.plugNo == 0) continue;
+      const PelarixStatus outcome = service.PluginOutcome(*entry.device);
+      if (outcome == Pelarix_Success) {
+        ++plugged;
+      } else {
+        entry.problem = "FAILED: plug-in ended with status " + std::to_string(outcome);
+      }
     }
     const auto allowance =
         kDriverAllowance + std::chrono::milliseconds(static_cast<int64_t>(

@@ -23,6 +23,7 @@ std::vector<std::string> Cells(const DeviceRow &row) {
   const bool plugged = row.plugNo != 0;
   return {row.name,
           Hex4(row.vendorId) + ":" + Hex4(row.productId),
+          std::to_string(row.clientVersion),
           row.decision,
           plugged ? std::to_string(row.plugNo) : "-",
           plugged ? std::to_string(row.items) : "-",
@@ -35,8 +36,8 @@ std::vector<std::string> Cells(const DeviceRow &row) {
 }  // namespace
 
 void PrintTable(const std::vector<DeviceRow> &rows, std::ostream &out) {
-  std::vector<std::vector<std::string>> lines{
-      {"Device", "Id", "Decision", "PlugNo", "Items", "Bytes", "MB/s", "Items/s", "Check"}};
+  std::vector<std::vector<std::string>> lines{{"Device", "Id", "Client", "Decision", "PlugNo",
+                                               "Items", "Bytes", "MB/s", "Items/s", "Check"}};
   for (const DeviceRow &row : rows) lines.push_back(Cells(row));
   std::vector<size_t> widths(lines[0].size(), 0);
   for (const auto &line : lines) {

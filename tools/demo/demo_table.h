@@ -12,6 +12,7 @@ struct DeviceRow {
   std::string name;
   uint16_t vendorId = 0;
   uint16_t productId = 0;
+  uint32_t clientVersion = 0;
   std::string decision;  // "whole", "split 1,2", "blocked by agent", "kept by client"
   uint32_t plugNo = 0;   // 0: not plugged in
   uint64_t items = 0;

@@ -76,20 +76,53 @@ PelarixStatus Service::Offer(SimulatedDevice &device, uint32_t clientVersion, bo
   PelarixHandle handle = nullptr;
   PelarixStatus status = Pelarix_CreateDeviceEx(session_, clientVersion, partial ? 1 : 0, 0, 0, 0,
                                                 offered.device.data(), offered.configs[0].data(),
-                                                nullptr, nullptr, &handle);
+                                                &Service::Plugged, this, &handle);
   if (status != Pelarix_Success) return status;
   Pelarix_GetDeviceId(handle, plugNo);
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    devices_[handle] = Served{&device, *plugNo, {}};
+    devices_[handle] = Served{&device, *plugNo, {}, Pelarix_Pending};
   }
   if (clientVersion >= kStringsAddedFrom) {
     for (const auto &[key, descriptor] : device.Strings()) {
       status = Pelarix_AddDeviceString(handle, key.first, key.second, descriptor.data());
-      if (status != Pelarix_Success) return status;
+      if (status != Pelarix_Success) break;
     }
   }
-  return Pelarix_PluginDevice(handle);
+  if (status == Pelarix_Success) status = Pelarix_PluginDevice(handle);
+  if (status != Pelarix_Pending) {
+    // A refusal before the hub was asked reports through no callback.
+    std::lock_guard<std::mutex> lock(mutex_);
+    devices_[handle].outcome = status;
+  }
+  return status;
+}
+
+void PELARIX_CALL Service::Plugged(PelarixHandle device, uint32_t status, void *context) {
+  auto *service = static_cast<Service *>(context);
+  std::lock_guard<std::mutex> lock(service->mutex_);
+  auto served = service->devices_.find(device);
+  if (served == service->devices_.end()) return;
+  served->second.outcome = status;
+  service->pluggedChanged_.notify_all();
+}
+
+bool Service::WaitForPlugins(std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  return pluggedChanged_.wait_for(lock, timeout, [this] {
+    for (const auto &[handle, served] : devices_) {
+      if (served.outcome == Pelarix_Pending) return false;
+    }
+    return true;
+  });
+}
+
+PelarixStatus Service::PluginOutcome(const SimulatedDevice &device) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (const auto &[handle, served] : devices_) {
+    if (served.device == &device) return served.outcome;
+  }
+  return Pelarix_Failure;
 }
 
 ServedCounts Service::Counts(const SimulatedDevice &device) const {

@@ -6,6 +6,8 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -43,10 +45,15 @@ class Service {
 
   // Creates the device (the agent's filter decides first), adds its strings
   // when the client is of version 4 or above, and plugs it in. The status
-  // of the first call that failed, or of the plug-in; *plugNo is set once
-  // the device was created.
+  // of the first call that failed, or of the plug-in: Pelarix_Pending when
+  // the library plugs the device in later (an older client's strings are
+  // fetched first); *plugNo is set once the device was created.
   PelarixStatus Offer(SimulatedDevice &device, uint32_t clientVersion, bool partial,
                       uint32_t *plugNo);
+  // Waits until every plug-in has reported its outcome through the plug-in
+  // callback; false on time-out. Then the outcome of one device's plug-in.
+  bool WaitForPlugins(std::chrono::milliseconds timeout);
+  PelarixStatus PluginOutcome(const SimulatedDevice &device) const;
   ServedCounts Counts(const SimulatedDevice &device) const;
 
   // Unplugs and closes every device, ends the pumps, closes the session.
@@ -57,16 +64,19 @@ class Service {
     SimulatedDevice *device;
     uint32_t plugNo;
     ServedCounts counts;
+    PelarixStatus outcome;  // Pelarix_Pending until the plug-in callback
   };
 
   void Pump();
   void Serve(PelarixHandle item);
   static void PELARIX_CALL Log(uint32_t level, const PelarixChar *message);
+  static void PELARIX_CALL Plugged(PelarixHandle device, uint32_t status, void *context);
 
   PelarixHandle session_ = nullptr;
   std::vector<std::thread> pumps_;
   std::atomic<size_t> pumpsEnded_{0};
   mutable std::mutex mutex_;
+  std::condition_variable pluggedChanged_;
   std::map<PelarixHandle, Served> devices_;
   static LogSink sink_;
 };

@@ -43,12 +43,12 @@ TEST(DemoRun, DevicesAreDecidedEnumeratedAndDriven) {
       {"--duration", "0", "--devices", "bt_broadcom,ccid_yubikey4,flash_generic,keyboard_holtek"});
   EXPECT_EQ(run.status, kExitPassed) << run.out << run.err;
   EXPECT_EQ(Steady(run.out),
-            "Device Id Decision PlugNo Items Bytes MB/s Items/s Check\n"
-            "bt_broadcom_bcm2045b_0a5c_2110 0a5c:2110 kept by client - - - - - -\n"
-            "ccid_yubikey4_1050_0407 1050:0407 split 0,1 1 51 8141 - - typed \"Hello from Pelarix "
+            "Device Id Client Decision PlugNo Items Bytes MB/s Items/s Check\n"
+            "bt_broadcom_bcm2045b_0a5c_2110 0a5c:2110 4 kept by client - - - - - -\n"
+            "ccid_yubikey4_1050_0407 1050:0407 4 split 0,1 1 51 8141 - - typed \"Hello from Pelarix "
             "14\"\n"
-            "flash_generic_1043_8012 1043:8012 whole 2 20 134485 # # disk verified\n"
-            "keyboard_holtek_04d9_1603 04d9:1603 whole 3 51 8091 - - typed \"Hello from Pelarix "
+            "flash_generic_1043_8012 1043:8012 4 whole 2 20 134485 # # disk verified\n"
+            "keyboard_holtek_04d9_1603 04d9:1603 4 whole 3 51 8091 - - typed \"Hello from Pelarix "
             "14\"\n"
             "4 devices, 3 plugged in; every check passed\n");
   EXPECT_EQ(run.err, "");  // no library log unless asked
@@ -59,9 +59,9 @@ TEST(DemoRun, WithoutTheClientsFilterTheAgentRefusesItsDevice) {
       RunWith({"--duration", "0", "--devices", "bt_broadcom,hub_nec", "--no-client-filter"});
   EXPECT_EQ(run.status, kExitPassed) << run.out << run.err;
   EXPECT_EQ(Steady(run.out),
-            "Device Id Decision PlugNo Items Bytes MB/s Items/s Check\n"
-            "bt_broadcom_bcm2045b_0a5c_2110 0a5c:2110 blocked by agent - - - - - -\n"
-            "hub_nec_0409_0058 0409:0058 whole 1 8 1399 - - ok\n"
+            "Device Id Client Decision PlugNo Items Bytes MB/s Items/s Check\n"
+            "bt_broadcom_bcm2045b_0a5c_2110 0a5c:2110 4 blocked by agent - - - - - -\n"
+            "hub_nec_0409_0058 0409:0058 4 whole 1 8 1399 - - ok\n"
             "2 devices, 1 plugged in; every check passed\n");
 }
 
