@@ -55,7 +55,8 @@ void Drive(SimulatedDevice &device, const std::vector<uint32_t> &pipes, const ui
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  const Client client({});
+  // A small disk: a fresh one per input, zero-filled, must cost little.
+  const Client client({}, 256);
   for (const char *name : {"flash_generic_1043_8012", "keyboard_holtek_04d9_1603"}) {
     auto device = client.Offer(Device(name), ClientDecision{}, false);
     const std::vector<uint8_t> &config = device->Offered().configs[0];

@@ -23,7 +23,7 @@ class CorruptingStorage : public StorageFunction {
   }
 };
 
-void AttachFunctions(SimulatedDevice &device, bool corruptDisks) {
+void AttachFunctions(SimulatedDevice &device, uint32_t diskBlocks, bool corruptDisks) {
   for (const InterfaceLayout &interface : WalkInterfaces(device.Offered().configs[0])) {
     if (interface.alternate != 0) continue;
     const uint8_t bulkIn = FindEndpoint(interface, kBulkEndpoint, true);
@@ -31,8 +31,8 @@ void AttachFunctions(SimulatedDevice &device, bool corruptDisks) {
     const uint8_t interruptIn = FindEndpoint(interface, kInterruptEndpoint, true);
     if (IsBulkOnlyStorage(interface) && bulkIn != 0 && bulkOut != 0) {
       std::unique_ptr<StorageFunction> disk =
-          corruptDisks ? std::make_unique<CorruptingStorage>(bulkIn, bulkOut, kDiskBlocks)
-                       : std::make_unique<StorageFunction>(bulkIn, bulkOut, kDiskBlocks);
+          corruptDisks ? std::make_unique<CorruptingStorage>(bulkIn, bulkOut, diskBlocks)
+                       : std::make_unique<StorageFunction>(bulkIn, bulkOut, diskBlocks);
       device.Attach(std::move(disk), {bulkIn, bulkOut});
     } else if (IsBootKeyboard(interface) && interruptIn != 0) {
       device.Attach(std::make_unique<KeyboardFunction>(interruptIn, kTypedText), {interruptIn});
@@ -58,7 +58,8 @@ std::vector<uint8_t> InterfaceNumbers(const std::vector<int32_t> &flat,
 
 }  // namespace
 
-Client::Client(const std::vector<std::string> &localStrings) {
+Client::Client(const std::vector<std::string> &localStrings, uint32_t diskBlocks)
+    : diskBlocks_(diskBlocks) {
   for (const std::string &text : localStrings) manager_.AddFilterRule(text, true);
 }
 
@@ -94,7 +95,7 @@ std::unique_ptr<SimulatedDevice> Client::Offer(const DescriptorSet &set,
     offered.configs[0] = KeepInterfaces(set.configs[0], decision.interfaces);
   }
   auto device = std::make_unique<SimulatedDevice>(std::move(offered));
-  AttachFunctions(*device, corruptDisks);
+  AttachFunctions(*device, diskBlocks_, corruptDisks);
   return device;
 }
 

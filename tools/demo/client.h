@@ -29,8 +29,8 @@ inline constexpr uint32_t kDiskBlocks = 8192;  // 4 MiB
 
 class Client {
  public:
-  // The client's own filter strings.
-  explicit Client(const std::vector<std::string> &localStrings);
+  // The client's own filter strings, and the size of its disks.
+  explicit Client(const std::vector<std::string> &localStrings, uint32_t diskBlocks = kDiskBlocks);
 
   // Takes the agent's filter settings as the agent's library wrote them;
   // false when the blob is malformed (what was read whole is kept).
@@ -42,6 +42,7 @@ class Client {
 
  private:
   ordo::usb::DevFilterMgrClient manager_;
+  uint32_t diskBlocks_;
 };
 
 }  // namespace pelarix::demo
