@@ -29,6 +29,10 @@ using FetchGetItem = PelarixStatus (*)(PelarixDevice *device, PelarixItem **item
 using FetchComplete = void (*)(PelarixItem *item, uint32_t status, uint32_t length,
                                const void *data);
 
+// The language of the serial number and product strings, at plug-in and
+// when they are fetched; the device's own language table is not consulted.
+inline constexpr uint16_t kEnglishUs = 0x0409;
+
 // Byte offsets of the two string indexes in a device descriptor.
 inline constexpr uint32_t kDeviceDescriptorProductIndex = 15;
 inline constexpr uint32_t kDeviceDescriptorSerialIndex = 16;

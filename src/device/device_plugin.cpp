@@ -15,9 +15,6 @@
 namespace pelarix {
 namespace {
 
-// The language whose strings a plug-in looks for.
-constexpr uint16_t kEnglishUs = 0x0409;
-
 // A device whose strings are missing still goes to the hub; the gaps are
 // only reported.
 void WarnOfMissingStrings(const PelarixDevice *device) {

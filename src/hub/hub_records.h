@@ -132,6 +132,47 @@ inline void WriteHubItemRecord(uint8_t *record, const HubItemRecord &header) {
 }
 
 // ---------------------------------------------------------------------------
+// The one request the library builds itself: GET_DESCRIPTOR of a string from
+// the device, as a HubItemRecord whose data is a USB request block in the
+// stack's 32-bit layout (transfer buffer given as an offset). 120 bytes in
+// all; the answer carries the same 80-byte block and the descriptor behind it.
+inline constexpr uint32_t kStringRequestBlockBytes = 80;
+inline constexpr uint32_t kStringRequestRecordBytes =
+    kHubItemRecordHeaderBytes + kStringRequestBlockBytes;  // 120
+inline constexpr uint32_t kStringRequestAnswerBytes = 255;
+inline constexpr uint16_t kUrbGetDescriptorFromDevice = 0x000B;
+inline constexpr uint8_t kUsbStringDescriptorType = 3;
+// Offsets in the block (the record's data): its status, and in the answer the
+// string descriptor behind the block.
+inline constexpr uint32_t kRequestBlockStatusOffset = 4;
+inline constexpr uint32_t kRequestBlockDescriptorOffset = kStringRequestBlockBytes;
+
+// Writes the whole request into record, which holds kStringRequestRecordBytes.
+inline void WriteStringDescriptorRequest(uint8_t *record, uint32_t itemId, uint8_t index,
+                                         uint16_t language) {
+  std::memset(record, 0, kStringRequestRecordBytes);
+  HubItemRecord header{};
+  header.type = kHubItemRequest;
+  header.itemId = itemId;  // the PlugNo stays 0
+  header.params[0] = 3;
+  header.params[1] = kStringRequestBlockBytes;
+  header.params[2] = 1;
+  header.params[3] = kStringRequestAnswerBytes;
+  WriteHubItemRecord(record, header);
+  uint8_t *block = record + kHubItemRecordHeaderBytes;
+  const uint16_t blockLength = kStringRequestBlockBytes;
+  std::memcpy(block + 0, &blockLength, 2);
+  std::memcpy(block + 2, &kUrbGetDescriptorFromDevice, 2);
+  const uint32_t transferLength = kStringRequestAnswerBytes;
+  const uint32_t transferOffset = blockLength;  // the data follows the block
+  std::memcpy(block + 24, &transferLength, 4);
+  std::memcpy(block + 28, &transferOffset, 4);
+  block[74] = index;
+  block[75] = kUsbStringDescriptorType;
+  std::memcpy(block + 76, &language, 2);
+}
+
+// ---------------------------------------------------------------------------
 // HubCompleteRecord: the input of IOCTL_HUB_COMPLETE_ITEM, these 12 bytes and
 // then dataLength bytes of answer.
 inline constexpr uint32_t kHubCompleteUnserved = 0xFFFFFFFF;  // status of an item nobody served

@@ -42,6 +42,10 @@ inline PelarixDevice *DeviceOf(const PelarixItem *item) {
   return reinterpret_cast<PelarixDevice *>(item->header.parent);
 }
 
+// A new open item record of the device, zero-filled, with one reference and
+// its lock; null when memory is out. Nothing else is filled in.
+PelarixItem *NewItemRecord(PelarixDevice *device);
+
 // Completes an item nobody completed (status 0xFFFFFFFF), unlinks and frees
 // it, and frees a lingering device whose last item this was.
 void DestroyItem(PelarixItem *item);

@@ -1,5 +1,6 @@
 #include "item/item_completion.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
@@ -42,21 +43,34 @@ PelarixStatus SendCompletion(PelarixItem *item, uint32_t status, uint32_t length
   return result;
 }
 
+// A fetch item goes to its device's fetch completion. With none set, the
+// fetch this item was made for has ended already (after a stop, an earlier
+// fetch item's completion can end a later fetch): the item is only marked
+// completed.
+void CompleteFetchItem(PelarixItem *item, uint32_t status, uint32_t length, const void *data) {
+  const FetchComplete complete =
+      std::atomic_ref<FetchComplete>(DeviceOf(item)->fetchComplete).load();
+  if (complete == nullptr) {
+    item->state = kItemCompleted;
+    return;
+  }
+  complete(item, status, length, data);
+}
+
 }  // namespace
 
 void CompleteFetchRaw(PelarixItem *item, uint32_t length, const uint8_t *record) {
   // A record too short for its header carries no status to read: the fetch
   // counts as unanswered.
   if (length < kHubCompleteRecordHeaderBytes) {
-    DeviceOf(item)->fetchComplete(item, kHubCompleteUnserved, 0, nullptr);
+    CompleteFetchItem(item, kHubCompleteUnserved, 0, nullptr);
     return;
   }
   // The data length is the record's, but never more than the record holds.
   const HubCompleteRecord header = ReadHubCompleteRecord(record);
   const uint32_t held = length - kHubCompleteRecordHeaderBytes;
-  DeviceOf(item)->fetchComplete(item, header.status,
-                                header.dataLength < held ? header.dataLength : held,
-                                record + kHubCompleteRecordHeaderBytes);
+  CompleteFetchItem(item, header.status, header.dataLength < held ? header.dataLength : held,
+                    record + kHubCompleteRecordHeaderBytes);
 }
 
 PelarixStatus CompleteItemInternal(PelarixItem *item, uint32_t status, uint32_t length,
@@ -67,7 +81,7 @@ PelarixStatus CompleteItemInternal(PelarixItem *item, uint32_t status, uint32_t 
     // A second completion is harmless.
   } else if ((item->flags & kItemInternal) != 0) {
     // What becomes of a fetch is the deferred thread's business.
-    DeviceOf(item)->fetchComplete(item, status, length, data);
+    CompleteFetchItem(item, status, length, data);
   } else {
     result = SendCompletion(item, status, length, data);
     if (result == Pelarix_Success) item->state = kItemCompleted;

@@ -11,7 +11,6 @@
 #include "device/device_state.h"
 #include "frame/library_state.h"
 #include "frame/log.h"
-#include "frame/record_pool.h"
 #include "frame/session.h"
 #include "hub/hub_records.h"
 #include "hub/hub_requests.h"
@@ -153,15 +152,6 @@ PelarixStatus FetchLongItem(PumpCall &call, uint32_t dataLength, uint32_t plugNo
   return status;
 }
 
-PelarixItem *NewItemRecord(PelarixDevice *device) {
-  auto *item = static_cast<PelarixItem *>(AllocateRecord(kItemHandle, sizeof(PelarixItem)));
-  if (item == nullptr) return nullptr;
-  InitHandleHeader(&item->header, kItemHandle, &device->header);
-  platform::InitLock(&item->lock);
-  item->state = kItemOpen;
-  return item;
-}
-
 // The buffer becomes the item's.
 void FillItem(PumpCall &call, const HubItemRecord &header) {
   PelarixItem *item = call.item;
@@ -269,7 +259,7 @@ Pass FetchPass(PumpCall &call, PelarixStatus *status) {
     call.device = FindDeviceByPlugNo(session, device->plugNo);
     LogMessage(kLogLifecycle,
                u"Deferred plugin get item found, handle: %p, PlugNo: %d, Item Id: %d", session,
-               device->plugNo, device->fetchItemId);
+               device->plugNo, LoadField(device->fetchItemId));
     *status = getItem(call.device, &call.item);
     break;
   }

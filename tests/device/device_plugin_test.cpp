@@ -17,7 +17,6 @@ namespace {
 
 using testing::DeviceTest;
 using testing::ExpectedPlugin;
-using testing::kGeneralKey;
 using testing::kKeyboardConfig;
 using testing::kKeyboardDevice;
 using testing::LogLines;
@@ -172,6 +171,8 @@ TEST_F(DeviceTest, DeviceWithoutStringsLooksForNone) {
   EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Success);
   EXPECT_EQ(DeviceLines(),
             (LogLines{{2, InternalLine(session_, 0, 1, 0)}, {2, PluginLine(device, 1, 0)}}));
+  EXPECT_EQ(static_cast<PelarixDevice *>(device)->deferredThread, nullptr);
+  EXPECT_EQ(static_cast<PelarixDevice *>(device)->deferredEvent, nullptr);
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
 }
 
@@ -303,48 +304,6 @@ TEST_F(DeviceTest, PluginOfAnotherKindOfHandleIsInvalidHandle) {
                                {2, PluginLine(session_, 0, 5)},
                                {0, "Invalid device handle: " + Ptr(nullptr)},
                                {2, PluginLine(nullptr, 0, 5)}}));
-}
-
-// The deferred plug-in thread does not exist yet: a device that needs it
-// gets what a start fails with when the thread cannot be made, stays
-// DeviceCreated, and the hub hears nothing.
-void ExpectDeferredStartFails(PelarixHandle device, const LogLines &lines) {
-  EXPECT_EQ(
-      lines,
-      (LogLines{{0, "Failed to create deferred plugin thread"},
-                {0, "Failed to start deferred plugin, handle: " + Ptr(device) + ", PlugNo: 1"},
-                {2, PluginLine(device, 1, 3)}}));
-  EXPECT_EQ(StateOf(device), kDeviceCreated);
-}
-
-TEST_F(DeviceTest, DelayedDeviceWaitsForTheDeferredThread) {
-  WriteRegistry("[" + kGeneralKey + "]\r\n\"DefaultPluginDelay\"=dword:00000005\r\n");
-  OpenSession();
-  PelarixHandle device = Stringless();
-  EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Failure);
-  ExpectDeferredStartFails(device, DeviceLines());
-  EXPECT_TRUE(Model().PluginRecords().empty());
-  EXPECT_EQ(Pelarix_UnplugDevice(device), Pelarix_InvalidState);
-  EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
-  EXPECT_TRUE(Model().Unplugs().empty());
-}
-
-TEST_F(DeviceTest, OlderClientWithAProductStringWaitsForTheDeferredThread) {
-  OpenSession();
-  std::vector<uint8_t> productOnly = WithoutStrings(kKeyboardDevice);
-  productOnly[15] = 2;
-  PelarixHandle device = nullptr;
-  ASSERT_EQ(Create(&device, productOnly, kKeyboardConfig, 3), Pelarix_Success);
-  ClearLog();
-  EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Failure);
-  ExpectDeferredStartFails(device, DeviceLines());
-  // Version 4 with the same device goes straight to the hub.
-  PelarixHandle direct = nullptr;
-  ASSERT_EQ(Create(&direct, productOnly, kKeyboardConfig, 4), Pelarix_Success);
-  EXPECT_EQ(Pelarix_PluginDevice(direct), Pelarix_Success);
-  EXPECT_EQ(Model().PluginRecords().size(), 1u);
-  EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
-  EXPECT_EQ(Pelarix_CloseHandle(direct), Pelarix_Success);
 }
 
 TEST_F(DeviceTest, FlagsSetAfterThePluginChangeOnlyTheGetter) {
