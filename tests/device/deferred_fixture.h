@@ -397,6 +397,27 @@ inline LogLines FetchLines(uint8_t index, uint16_t language, uint32_t itemId, ui
                   ", status: " + Hex(status)}};
 }
 
+// The 120-byte request of a fetch, field by field.
+inline std::vector<uint8_t> FetchRecordBytes(uint32_t itemId, uint8_t index, uint16_t language) {
+  std::vector<uint8_t> bytes;
+  PutU32(bytes, 0);       // type: a request
+  PutU32(bytes, itemId);  // the fetch's id
+  PutU32(bytes, 0);       // no PlugNo
+  PutU32(bytes, 0);
+  for (uint32_t param : {3u, 80u, 1u, 255u}) PutU32(bytes, param);
+  PutU32(bytes, 0);                             // data length
+  PutU32(bytes, 0);                             // no-completion word
+  bytes.insert(bytes.end(), {80, 0, 0x0B, 0});  // block length, GET_DESCRIPTOR_FROM_DEVICE
+  PutU32(bytes, 0);                             // block status
+  bytes.insert(bytes.end(), 16, 0);
+  PutU32(bytes, 255);  // transfer buffer length
+  PutU32(bytes, 80);   // transfer buffer offset
+  bytes.insert(bytes.end(), 42, 0);
+  bytes.insert(bytes.end(), {index, 3, static_cast<uint8_t>(language),
+                             static_cast<uint8_t>(language >> 8), 0, 0});
+  return bytes;
+}
+
 // What the test's pump logs for one fetch item, up to its completion's own
 // line. failure is the level 0 line of a refused answer, or empty.
 inline LogLines ServedLines(PelarixHandle session, const ServedFetch &fetch,

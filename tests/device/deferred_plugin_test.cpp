@@ -7,6 +7,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cinttypes>
+#include <cstdio>
+
 #include "deferred_fixture.h"
 #include "device/string_store.h"
 #include "hub/hub_control_codes.h"
@@ -20,10 +23,12 @@ using testing::DeferredTest;
 using testing::DelaySection;
 using testing::ExpectedPlugin;
 using testing::FetchLines;
+using testing::FetchRecordBytes;
 using testing::FetchServer;
 using testing::KeyboardWith;
 using testing::kGeneralKey;
 using testing::kKeyboardConfig;
+using testing::LogCapture;
 using testing::LogLines;
 using testing::MsBetween;
 using testing::PluginRecordBytes;
@@ -84,27 +89,6 @@ LogLines Joined(std::initializer_list<LogLines> parts) {
   LogLines all;
   for (const LogLines &part : parts) all.insert(all.end(), part.begin(), part.end());
   return all;
-}
-
-// The 120-byte request of a fetch, field by field.
-std::vector<uint8_t> FetchRecordBytes(uint32_t itemId, uint8_t index, uint16_t language) {
-  std::vector<uint8_t> bytes;
-  PutU32(bytes, 0);       // type: a request
-  PutU32(bytes, itemId);  // the fetch's id
-  PutU32(bytes, 0);       // no PlugNo
-  PutU32(bytes, 0);
-  for (uint32_t param : {3u, 80u, 1u, 255u}) PutU32(bytes, param);
-  PutU32(bytes, 0);                             // data length
-  PutU32(bytes, 0);                             // no-completion word
-  bytes.insert(bytes.end(), {80, 0, 0x0B, 0});  // block length, GET_DESCRIPTOR_FROM_DEVICE
-  PutU32(bytes, 0);                             // block status
-  bytes.insert(bytes.end(), 16, 0);
-  PutU32(bytes, 255);  // transfer buffer length
-  PutU32(bytes, 80);   // transfer buffer offset
-  bytes.insert(bytes.end(), 42, 0);
-  bytes.insert(bytes.end(), {index, 3, static_cast<uint8_t>(language),
-                             static_cast<uint8_t>(language >> 8), 0, 0});
-  return bytes;
 }
 
 const ServedFetch &Fetch(const std::vector<ServedFetch> &served, uint32_t plugNo, uint8_t index) {
@@ -607,6 +591,78 @@ TEST_F(DeferredTest, EventThatCannotBeMadeLeavesTheDeviceCreated) {
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
   EXPECT_TRUE(Model().PluginRecords().empty());
   EXPECT_TRUE(Model().Unplugs().empty());
+}
+
+// The process's address space, in bytes, as /proc tells it.
+uint64_t AddressSpaceInUse() {
+  std::FILE *status = std::fopen("/proc/self/status", "r");
+  if (status == nullptr) return 0;
+  char line[256];
+  uint64_t kilobytes = 0;
+  while (std::fgets(line, sizeof line, status) != nullptr) {
+    if (std::sscanf(line, "VmSize: %" SCNu64 " kB", &kilobytes) == 1) break;
+  }
+  std::fclose(status);
+  return kilobytes * 1024;
+}
+
+// A thread cannot be made while no new stack can be mapped: the threads
+// started here take every stack the C library keeps for reuse, and the
+// address space is then held where it stands. The sanitizers map memory of
+// their own for each thread, so this runs in the plain build only.
+TEST_F(DeferredTest, ThreadThatCannotBeMadeLeavesTheDeviceCreatedWithItsEventClosedOnce) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizers' own mappings need the address space this case withholds";
+#else
+  WriteRegistry("[" + kGeneralKey + "]\r\n\"DefaultPluginDelay\"=dword:00000001\r\n");
+  OpenSession();
+  PluginSeen seen;
+  PelarixHandle device = Make(0x0001, 0, 0, 4, &seen);
+  // Room for the lines to come, so that logging allocates nothing new.
+  const std::u16string room(60, u'x');
+  const auto *roomLine = reinterpret_cast<const PelarixChar *>(room.c_str());
+  for (int i = 0; i < 64; ++i) LogCapture::Sink(2, roomLine);
+  ClearLog();
+  ThreadLog::Clear();
+  std::mutex mutex;
+  std::condition_variable released;
+  bool release = false;
+  std::vector<std::thread> holders;
+  for (int i = 0; i < 16; ++i) {
+    holders.emplace_back([&] {
+      std::unique_lock<std::mutex> lock(mutex);
+      released.wait(lock, [&] { return release; });
+    });
+  }
+  rlimit saved{};
+  getrlimit(RLIMIT_AS, &saved);
+  rlimit held = saved;
+  held.rlim_cur = AddressSpaceInUse() + (1u << 20);
+  ASSERT_EQ(setrlimit(RLIMIT_AS, &held), 0);
+  const PelarixStatus status = Pelarix_PluginDevice(device);
+  setrlimit(RLIMIT_AS, &saved);
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    release = true;
+  }
+  released.notify_all();
+  for (std::thread &holder : holders) holder.join();
+
+  EXPECT_EQ(status, Pelarix_Failure);
+  EXPECT_EQ(
+      DeviceLines(),
+      (LogLines{{0, "Failed to create deferred plugin thread"},
+                {2, StartedLine(1, 3)},
+                {0, "Failed to start deferred plugin, handle: " + Ptr(device) + ", PlugNo: 1"},
+                {2, PluginLine(device, 1, 3)}}));
+  EXPECT_EQ(static_cast<PelarixDevice *>(device)->state, kDeviceCreated);
+  EXPECT_EQ(static_cast<PelarixDevice *>(device)->deferredEvent, nullptr);
+  EXPECT_EQ(static_cast<PelarixDevice *>(device)->deferredThread, nullptr);
+  EXPECT_EQ(seen.calls, 0);
+  // The device's end closes nothing a second time.
+  EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
+  EXPECT_TRUE(Model().PluginRecords().empty());
+#endif
 }
 
 }  // namespace
