@@ -25,35 +25,31 @@ constexpr uint16_t kLanguageTableLanguage = 0;
 // stop must not wait for the very thread it runs on.
 thread_local const PelarixDevice *tDeferredDevice = nullptr;
 
+// A serial number or product string, in the one language asked for; a
+// failure is logged with the format given (index, language, status).
+void FetchIndexedString(PelarixDevice *device, uint8_t index, const char16_t *failureFormat) {
+  if (index == 0) return;
+  const PelarixStatus status = GetStringDescriptor(device, index, kEnglishUs);
+  if (status != Pelarix_Success)
+    LogMessage(kLogLifecycle, failureFormat, index, kEnglishUs, status);
+}
+
 // Each failure is logged and forgotten: the device goes to the hub with the
-// strings there are.
+// strings there are. The manufacturer string is not fetched.
 void FetchStrings(PelarixDevice *device) {
   platform::Sleep(kStringFetchPauseMs);
-  PelarixStatus status = GetStringDescriptor(device, kLanguageTableIndex, kLanguageTableLanguage);
+  const PelarixStatus status =
+      GetStringDescriptor(device, kLanguageTableIndex, kLanguageTableLanguage);
   if (status != Pelarix_Success) {
     LogMessage(kLogLifecycle, u"Ignoring failure to retrieve language string, status: 0x%x",
                status);
   }
-  const uint8_t serial = device->deviceDescriptor[kDeviceDescriptorSerialIndex];
-  if (serial != 0) {
-    status = GetStringDescriptor(device, serial, kEnglishUs);
-    if (status != Pelarix_Success) {
-      LogMessage(kLogLifecycle,
-                 u"Ignoring failure to retrieve serial no. string, index: %d, language: 0x%x, "
-                 u"status: 0x%x",
-                 serial, kEnglishUs, status);
-    }
-  }
-  const uint8_t product = device->deviceDescriptor[kDeviceDescriptorProductIndex];
-  if (product != 0) {
-    status = GetStringDescriptor(device, product, kEnglishUs);
-    if (status != Pelarix_Success) {
-      LogMessage(kLogLifecycle,
-                 u"Ignoring failure to retrieve product string, index: %d, language: 0x%x, "
-                 u"status: 0x%x",
-                 product, kEnglishUs, status);
-    }
-  }
+  FetchIndexedString(device, device->deviceDescriptor[kDeviceDescriptorSerialIndex],
+                     u"Ignoring failure to retrieve serial no. string, index: %d, language: 0x%x, "
+                     u"status: 0x%x");
+  FetchIndexedString(device, device->deviceDescriptor[kDeviceDescriptorProductIndex],
+                     u"Ignoring failure to retrieve product string, index: %d, language: 0x%x, "
+                     u"status: 0x%x");
 }
 
 bool StopRequested(const PelarixDevice *device) {

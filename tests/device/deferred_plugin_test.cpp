@@ -11,6 +11,7 @@
 #include <cstdio>
 
 #include "deferred_fixture.h"
+#include "descriptor_shortage.h"
 #include "device/string_store.h"
 #include "hub/hub_control_codes.h"
 
@@ -21,6 +22,7 @@ using testing::Answer;
 using testing::Clock;
 using testing::DeferredTest;
 using testing::DelaySection;
+using testing::DescriptorShortage;
 using testing::ExpectedPlugin;
 using testing::FetchLines;
 using testing::FetchRecordBytes;
@@ -543,30 +545,20 @@ TEST_F(DeferredTest, ClosingTheDeviceDuringTheDelayOrAFetchEndsEverything) {
   EXPECT_TRUE(ThreadLog::Contains("Destroyed deferred plugin, PlugNo: " + Number(fetchingNo)));
 }
 
-// Holds all but `available` descriptors, so that the next event (an
-// eventfd) cannot be made.
-class DescriptorShortage {
- public:
-  explicit DescriptorShortage(int available) {
-    getrlimit(RLIMIT_NOFILE, &saved_);
-    rlimit lowered = saved_;
-    lowered.rlim_cur = 256;
-    setrlimit(RLIMIT_NOFILE, &lowered);
-    for (int fd = dup(STDERR_FILENO); fd >= 0; fd = dup(STDERR_FILENO)) held_.push_back(fd);
-    for (int i = 0; i < available && !held_.empty(); ++i) {
-      close(held_.back());
-      held_.pop_back();
-    }
-  }
-  ~DescriptorShortage() {
-    for (int fd : held_) close(fd);
-    setrlimit(RLIMIT_NOFILE, &saved_);
-  }
-
- private:
-  rlimit saved_{};
-  std::vector<int> held_;
-};
+// A start that failed leaves the device created, with no thread, and the
+// callback uncalled; the log tells why.
+void ExpectStartFailed(const LogLines &lines, PelarixHandle device, const std::string &reason,
+                       const PluginSeen &seen) {
+  EXPECT_EQ(
+      lines,
+      (LogLines{{0, reason},
+                {2, StartedLine(1, 3)},
+                {0, "Failed to start deferred plugin, handle: " + Ptr(device) + ", PlugNo: 1"},
+                {2, PluginLine(device, 1, 3)}}));
+  EXPECT_EQ(static_cast<PelarixDevice *>(device)->state, kDeviceCreated);
+  EXPECT_EQ(static_cast<PelarixDevice *>(device)->deferredThread, nullptr);
+  EXPECT_EQ(seen.calls, 0);
+}
 
 TEST_F(DeferredTest, EventThatCannotBeMadeLeavesTheDeviceCreated) {
   WriteRegistry("[" + kGeneralKey + "]\r\n\"DefaultPluginDelay\"=dword:00000001\r\n");
@@ -578,15 +570,7 @@ TEST_F(DeferredTest, EventThatCannotBeMadeLeavesTheDeviceCreated) {
     DescriptorShortage shortage(0);
     EXPECT_EQ(Pelarix_PluginDevice(device), Pelarix_Failure);
   }
-  EXPECT_EQ(
-      DeviceLines(),
-      (LogLines{{0, "Failed to create deferred plugin event"},
-                {2, StartedLine(1, 3)},
-                {0, "Failed to start deferred plugin, handle: " + Ptr(device) + ", PlugNo: 1"},
-                {2, PluginLine(device, 1, 3)}}));
-  EXPECT_EQ(static_cast<PelarixDevice *>(device)->state, kDeviceCreated);
-  EXPECT_EQ(static_cast<PelarixDevice *>(device)->deferredThread, nullptr);
-  EXPECT_EQ(seen.calls, 0);
+  ExpectStartFailed(DeviceLines(), device, "Failed to create deferred plugin event", seen);
   EXPECT_EQ(Pelarix_UnplugDevice(device), Pelarix_InvalidState);
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
   EXPECT_TRUE(Model().PluginRecords().empty());
@@ -649,16 +633,8 @@ TEST_F(DeferredTest, ThreadThatCannotBeMadeLeavesTheDeviceCreatedWithItsEventClo
   for (std::thread &holder : holders) holder.join();
 
   EXPECT_EQ(status, Pelarix_Failure);
-  EXPECT_EQ(
-      DeviceLines(),
-      (LogLines{{0, "Failed to create deferred plugin thread"},
-                {2, StartedLine(1, 3)},
-                {0, "Failed to start deferred plugin, handle: " + Ptr(device) + ", PlugNo: 1"},
-                {2, PluginLine(device, 1, 3)}}));
-  EXPECT_EQ(static_cast<PelarixDevice *>(device)->state, kDeviceCreated);
+  ExpectStartFailed(DeviceLines(), device, "Failed to create deferred plugin thread", seen);
   EXPECT_EQ(static_cast<PelarixDevice *>(device)->deferredEvent, nullptr);
-  EXPECT_EQ(static_cast<PelarixDevice *>(device)->deferredThread, nullptr);
-  EXPECT_EQ(seen.calls, 0);
   // The device's end closes nothing a second time.
   EXPECT_EQ(Pelarix_CloseHandle(device), Pelarix_Success);
   EXPECT_TRUE(Model().PluginRecords().empty());

@@ -27,6 +27,9 @@
 #include "pelarix.h"
 #include "platform/platform.h"
 #include "test_environment.h"
+#ifndef _WIN32
+#include "descriptor_shortage.h"
+#endif
 #include "virtual_hub.h"
 
 namespace pelarix {
@@ -460,45 +463,7 @@ TEST_F(SessionTest, ANewSessionAfterCloseOpensTheHubAgain) {
 }
 
 #ifndef _WIN32
-// Runs out of file descriptors after `available` more: each event of a
-// session is one descriptor, so the k-th event creation fails.
-class DescriptorShortage {
- public:
-  explicit DescriptorShortage(int available) {
-    getrlimit(RLIMIT_NOFILE, &saved_);
-    rlimit lowered = saved_;
-    lowered.rlim_cur = 256;
-    setrlimit(RLIMIT_NOFILE, &lowered);
-    for (;;) {
-      const int fd = dup(STDERR_FILENO);
-      if (fd < 0) break;
-      held_.push_back(fd);
-    }
-    for (int i = 0; i < available && !held_.empty(); ++i) {
-      close(held_.back());
-      held_.pop_back();
-    }
-  }
-  ~DescriptorShortage() {
-    for (int fd : held_) close(fd);
-    setrlimit(RLIMIT_NOFILE, &saved_);
-  }
-  // How many descriptors can still be opened.
-  static int Free() {
-    std::vector<int> fds;
-    for (;;) {
-      const int fd = dup(STDERR_FILENO);
-      if (fd < 0) break;
-      fds.push_back(fd);
-    }
-    for (int fd : fds) close(fd);
-    return static_cast<int>(fds.size());
-  }
-
- private:
-  rlimit saved_{};
-  std::vector<int> held_;
-};
+using testing::DescriptorShortage;
 
 TEST_F(SessionTest, CancelEventFailureIsFailureWithoutMessage) {
   DescriptorShortage shortage(0);
