@@ -153,6 +153,10 @@ TEST_F(DeferredTest, FetchesDelaysAndPluginsOfSeveralDevicesAtOnce) {
   }
   EXPECT_EQ(ThreadLog::Of(caller, before), callerLines);
   for (PluginSeen &one : seen) ASSERT_TRUE(one.WaitForCall());
+  // The callback comes inside the plug-in; each thread's last line follows.
+  for (PelarixHandle device : devices) {
+    ASSERT_TRUE(ThreadLog::WaitForThreadOf(CompleteLine(PlugNoOf(device), 0)).has_value());
+  }
   server.Stop();
 
   // Each device was plugged in once, with success, not before its delay and
