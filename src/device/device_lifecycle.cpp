@@ -36,12 +36,20 @@ void ReleaseParkedItems(PelarixDevice *device) {
   }
 }
 
-void UnlinkDevice(PelarixSession *session, PelarixDevice *device) {
+// Unlinks the device, and tells whether it was the last of a session already
+// closed, which the caller then frees. Both are decided under the list lock,
+// where the session's own close decides too, so that exactly one of the two
+// frees the session when they race.
+bool UnlinkDevice(PelarixSession *session, PelarixDevice *device) {
   platform::EnterLock(&session->deviceListLock);
   PelarixDevice **link = &session->devices;
   while (*link != nullptr && *link != device) link = &(*link)->next;
   if (*link == device) *link = device->next;  // a device never linked in is not found
+  const bool freeSession = session->devices == nullptr && !session->teardownClaimed &&
+                           ReadRefCount(&session->header) == 0;
+  session->teardownClaimed = session->teardownClaimed || freeSession;
   platform::LeaveLock(&session->deviceListLock);
+  return freeSession;
 }
 
 void FreeDevice(PelarixDevice *device) {
@@ -88,9 +96,9 @@ void DestroyDevice(PelarixDevice *device) {
   }
   platform::LeaveLock(&device->lock);
   PelarixSession *session = SessionOf(device);
-  UnlinkDevice(session, device);
+  const bool freeSession = UnlinkDevice(session, device);
   FreeDevice(device);
-  if (ReadRefCount(&session->header) == 0) DestroySession(session);
+  if (freeSession) FreeSession(session);
 }
 
 PelarixDevice *FindDeviceByPlugNo(PelarixSession *session, uint32_t plugNo) {

@@ -8,12 +8,16 @@ namespace pelarix {
 
 void DestroySession(PelarixSession *session) {
   platform::EnterLock(&session->deviceListLock);
-  const bool devicesLeft = session->devices != nullptr;
+  // With devices left, the last device to go takes the session with it.
+  const bool mine = session->devices == nullptr && !session->teardownClaimed;
+  session->teardownClaimed = session->teardownClaimed || mine;
   platform::LeaveLock(&session->deviceListLock);
-  if (devicesLeft) {
-    return;  // the last device to go takes the session with it
+  if (mine) {
+    FreeSession(session);
   }
+}
 
+void FreeSession(PelarixSession *session) {
   if (session->cancelEvent != nullptr) {
     platform::CloseEvent(session->cancelEvent);
   }

@@ -31,11 +31,18 @@ struct PelarixSession {
   void *itemBufferContext;
   SessionSettings settings;
   HDevFilterMgrAgent *filterManager;  // null if it could not be made
+  // Set under deviceListLock by the one thread that frees the session: its
+  // close and the destruction of its last device may race, and exactly one
+  // of them must free it.
+  bool teardownClaimed;
 };
 
 // Frees what the session holds and the record itself, unless devices remain:
 // then the record lingers until the last device is destroyed. Tolerates the
-// null fields of a partly opened session and may run more than once.
+// null fields of a partly opened session.
 void DestroySession(PelarixSession *session);
+
+// The freeing itself, for the thread that has claimed the teardown.
+void FreeSession(PelarixSession *session);
 
 }  // namespace pelarix
