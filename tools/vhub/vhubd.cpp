@@ -1,70 +1,50 @@
 // pelarix-vhubd: a virtual hub as a process, for running the library against
-// without the kernel driver.
-//   pelarix-vhubd --dir DIR [--name NAME] [--version 0xMMMMmmmm]
-// It serves DIR/NAME until SIGINT or SIGTERM and logs what it does on stderr.
+// without the kernel driver. `pelarix-vhubd --help` tells its options and
+// exit statuses; it serves DIR/NAME until SIGINT or SIGTERM and logs what it
+// does on stderr.
 #include <signal.h>
+#include <sys/time.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <mutex>
 #include <string>
 
+#include "vhubd_command_line.h"
 #include "virtual_hub.h"
+
+#ifndef PELARIX_VERSION
+#error "PELARIX_VERSION must name the project version"
+#endif
 
 namespace {
 
-void Usage() {
-  std::fprintf(stderr, "usage: pelarix-vhubd --dir DIR [--name NAME] [--version 0xMMMMmmmm]\n");
-}
+using pelarix::vhub::VhubdCommand;
 
-void LogLine(const std::string &line) {
+// One line per event: local date and time to the millisecond with the UTC
+// offset, the level, the text; a line is written whole even when the hub's
+// thread and the main thread log at once.
+void LogLine(const char *level, const std::string &line) {
   static std::mutex lock;
   std::lock_guard<std::mutex> guard(lock);
-  std::time_t now = std::time(nullptr);
-  char stamp[32];
-  std::strftime(stamp, sizeof stamp, "%H:%M:%S", std::localtime(&now));
-  std::fprintf(stderr, "%s pelarix-vhubd: %s\n", stamp, line.c_str());
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  std::tm local{};
+  localtime_r(&now.tv_sec, &local);
+  char date[32];
+  char offset[8];
+  std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
+  std::strftime(offset, sizeof offset, "%z", &local);
+  std::fprintf(stderr, "%s.%03d%s %s pelarix-vhubd: %s\n", date,
+               static_cast<int>(now.tv_usec / 1000), offset, level, line.c_str());
 }
 
-bool ParseVersion(const char *text, uint32_t *version) {
-  char *end = nullptr;
-  unsigned long value = std::strtoul(text, &end, 0);
-  if (end == text || *end != 0 || value > 0xFFFFFFFFul) return false;
-  *version = static_cast<uint32_t>(value);
-  return true;
+void LogInfo(const std::string &line) {
+  LogLine("info", line);
 }
 
-// Fills options from the command line; false on a bad one.
-bool ParseArguments(int argc, char **argv, pelarix::vhub::VirtualHubOptions *options) {
-  // Every option takes a value: arguments come in pairs.
-  for (int i = 1; i < argc; i += 2) {
-    std::string argument = argv[i];
-    const char *value = i + 1 < argc ? argv[i + 1] : nullptr;
-    if (value == nullptr) return false;
-    if (argument == "--dir") {
-      options->directory = value;
-    } else if (argument == "--name") {
-      options->name = value;
-    } else if (argument == "--version") {
-      if (!ParseVersion(value, &options->version)) return false;
-    } else {
-      return false;
-    }
-  }
-  return !options->directory.empty() && !options->name.empty();
-}
-
-}  // namespace
-
-int main(int argc, char **argv) {
-  pelarix::vhub::VirtualHubOptions options;
-  if (!ParseArguments(argc, argv, &options)) {
-    Usage();
-    return 2;
-  }
-  options.logger = LogLine;
+int Serve(pelarix::vhub::VirtualHubOptions options) {
+  options.logger = LogInfo;
   options.keepRecords = false;  // runs for long: keep only what is unanswered
   // Every thread, the hub's too, leaves the two signals to sigwait below.
   sigset_t stopSignals;
@@ -76,17 +56,38 @@ int main(int argc, char **argv) {
   pelarix::vhub::VirtualHub hub(options);
   std::string error;
   if (!hub.Start(&error)) {
-    LogLine(error);
-    return 1;
+    LogLine("error", error);
+    return pelarix::vhub::kExitStartFailed;
   }
   char version[16];
   std::snprintf(version, sizeof version, "0x%08x", options.version);
-  LogLine("serving " + hub.SocketPath() + ", hub version " + version);
+  LogInfo("serving " + hub.SocketPath() + ", hub version " + version);
   int signal = 0;
   sigwait(&stopSignals, &signal);
-  LogLine(std::string("stopping on ") + (signal == SIGINT ? "SIGINT" : "SIGTERM"));
+  LogInfo(std::string("stopping on ") + (signal == SIGINT ? "SIGINT" : "SIGTERM"));
   std::string report = hub.Model().ItemReport();
-  if (!report.empty()) LogLine("items left unanswered:\n" + report);
+  if (!report.empty()) LogLine("warning", "items left unanswered:\n" + report);
   hub.Stop();
-  return 0;
+  return pelarix::vhub::kExitStopped;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  VhubdCommand command = pelarix::vhub::ParseVhubdCommandLine(argc, argv);
+  switch (command.action) {
+    case VhubdCommand::Action::kHelp:
+      std::fputs(pelarix::vhub::VhubdHelpText(), stdout);
+      return pelarix::vhub::kExitStopped;
+    case VhubdCommand::Action::kVersion:
+      std::puts("pelarix-vhubd " PELARIX_VERSION);
+      return pelarix::vhub::kExitStopped;
+    case VhubdCommand::Action::kUsageError:
+      std::fprintf(stderr, "pelarix-vhubd: %s\n%s\nTry 'pelarix-vhubd --help' for more.\n",
+                   command.error.c_str(), pelarix::vhub::VhubdUsageLine());
+      return pelarix::vhub::kExitUsage;
+    case VhubdCommand::Action::kServe:
+      break;
+  }
+  return Serve(std::move(command.options));
 }

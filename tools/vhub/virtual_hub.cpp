@@ -120,8 +120,26 @@ bool VirtualHub::ClaimSocketPath(std::string *error) {
     listenFd_ = -1;  // the path is not ours: Stop must not remove it
     return false;
   }
+  if (!GiveSocketAccess(error)) return false;
   if (listen(listenFd_, 16) != 0 || pipe2(wakeFds_, O_CLOEXEC) != 0) {
     *error = Errno("cannot listen on " + socketPath_);
+    return false;
+  }
+  return true;
+}
+
+// Before listen, a connect is refused: nobody reaches the socket while its
+// mode and group are still the ones bind left.
+bool VirtualHub::GiveSocketAccess(std::string *error) const {
+  if (options_.socketGroup >= 0 && chown(socketPath_.c_str(), static_cast<uid_t>(-1),
+                                         static_cast<gid_t>(options_.socketGroup)) != 0) {
+    *error =
+        Errno("cannot give " + socketPath_ + " to group " + std::to_string(options_.socketGroup));
+    return false;
+  }
+  if (options_.socketMode >= 0 &&
+      chmod(socketPath_.c_str(), static_cast<mode_t>(options_.socketMode)) != 0) {
+    *error = Errno("cannot set the mode of " + socketPath_);
     return false;
   }
   return true;

@@ -23,6 +23,11 @@ namespace pelarix::vhub {
 struct VirtualHubOptions {
   std::string directory;     // made if missing
   std::string name = "hub";  // the socket's file name in it
+  // The socket's permission bits and group, set before it listens so that a
+  // client never finds it with others; -1 leaves what bind and the umask
+  // made. A service that does not run as the hub's user needs both.
+  int socketMode = -1;
+  int64_t socketGroup = -1;
   uint32_t version = kDefaultHubVersion;
   HubModel::Logger logger;  // what the hub does, line by line; may be empty
   bool keepRecords = true;  // see HubModel
@@ -72,6 +77,7 @@ class VirtualHub {
   // Each of the following returns why the session is over, or "" while it
   // goes on.
   bool ClaimSocketPath(std::string *error);
+  bool GiveSocketAccess(std::string *error) const;
   void Serve();
   int PollTimeout() const;
   void Accept();
