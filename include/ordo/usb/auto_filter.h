@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/dev_family.h"
 #include "ordo/usb/filter_settings.h"
 

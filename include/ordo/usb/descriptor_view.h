@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "ordo/usb/cxx20.h"
+
 namespace ordo::usb {
 
 class DescriptorView {

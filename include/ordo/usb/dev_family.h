@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
+
 namespace ordo::usb {
 
 struct DevFamily {

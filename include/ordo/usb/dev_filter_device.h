@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/dev_family.h"
 #include "ordo/usb/usb_device_config.h"
 

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "ordo/usb/cxx20.h"
+
 namespace ordo::usb {
 
 class DevFilterDevice;

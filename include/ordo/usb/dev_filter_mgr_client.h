@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/dev_filter_mgr.h"
 #include "ordo/usb/dev_filter_result.h"
 #include "ordo/usb/filter_settings.h"

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/dev_family.h"
 
 namespace ordo::usb {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/dev_family.h"
 #include "ordo/usb/log_hook.h"
 

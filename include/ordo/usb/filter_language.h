@@ -3,6 +3,7 @@
 #pragma once
 
 #include "ordo/usb/auto_filter.h"
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/dev_filter_device.h"
 #include "ordo/usb/dev_filter_mgr.h"
 #include "ordo/usb/dev_filter_mgr_agent.h"

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/filter_types.h"
 #include "ordo/usb/flt_value.h"
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/log_hook.h"
 
 namespace ordo::usb {

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/dev_family.h"
 #include "ordo/usb/dev_filter_device.h"
 #include "ordo/usb/dev_filter_result.h"

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/dev_family.h"
 #include "ordo/usb/filter_list.h"
 #include "ordo/usb/filter_types.h"

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
+
 namespace ordo::usb {
 
 // Splits text on separator into non-empty tokens. A separator inside a

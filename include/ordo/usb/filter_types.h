@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "ordo/usb/cxx20.h"
+
 namespace ordo::usb {
 
 using FilterType = uint32_t;

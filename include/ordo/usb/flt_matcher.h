@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/filter_types.h"
 #include "ordo/usb/flt_value.h"
 

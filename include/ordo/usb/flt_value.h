@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/filter_types.h"
 
 namespace ordo::usb {

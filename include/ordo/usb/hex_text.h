@@ -11,6 +11,8 @@
 
 #include <cstdint>
 
+#include "ordo/usb/cxx20.h"
+
 namespace ordo::usb {
 
 // Renders into `out` (always terminated when outSize isn't 0) and returns the

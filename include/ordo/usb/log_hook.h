@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <cstdint>
 
+#include "ordo/usb/cxx20.h"
+
 namespace ordo::usb {
 
 using LogHook = void (*)(uint32_t level, const char *format, va_list args);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/descriptor_view.h"
 
 namespace ordo::usb {

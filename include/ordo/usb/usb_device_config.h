@@ -16,6 +16,7 @@
 #include <memory>
 #include <vector>
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/descriptor_view.h"
 #include "ordo/usb/dev_family.h"
 #include "ordo/usb/union_functional_descriptor.h"

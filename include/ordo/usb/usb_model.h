@@ -1,6 +1,7 @@
 // The USB descriptor model: configurations, interfaces, groups, families.
 #pragma once
 
+#include "ordo/usb/cxx20.h"
 #include "ordo/usb/descriptor_view.h"
 #include "ordo/usb/dev_family.h"
 #include "ordo/usb/hex_text.h"

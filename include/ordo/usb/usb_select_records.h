@@ -4,6 +4,8 @@
 
 #include <cstddef>
 
+#include "ordo/usb/cxx20.h"
+
 namespace ordo::usb::select_record {
 
 // Select-configuration record.
