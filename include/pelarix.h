@@ -1,7 +1,79 @@
 /*
  * pelarix: user-mode library of a virtual USB hub (the agent end of a USB
  * redirection path). This is its whole exported interface: plain C functions
- * that return a PelarixStatus and hand results back through pointers.
+ * that return a PelarixStatus and hand results back through pointers. It
+ * compiles as C (C11) and as C++; link libpelarix.so (pkg-config pelarix, or
+ * the CMake target pelarix::pelarix) or pelarix.dll's import library.
+ *
+ * A service's life:
+ *   Pelarix_InitEx once per process (log sink and level), then
+ *   Pelarix_CreateSession (one per hub connection), then per device the
+ *   client offers Pelarix_CreateDevice (the filter decides; a refused device
+ *   is Pelarix_DeviceBlocked), Pelarix_AddDeviceString for its strings and
+ *   Pelarix_PluginDevice. One or more pump threads loop on
+ *   Pelarix_GetNextItem, forward each item (Pelarix_GetItemInfo) to the
+ *   client and answer it with Pelarix_CompleteItem, then Pelarix_CloseHandle
+ *   the item. At the end: Pelarix_UnplugDevice, Pelarix_CancelGetItem once
+ *   per pump and wait for each to return, then Pelarix_CloseHandle on the
+ *   devices and last on the session. examples/minimal_service.c does all of
+ *   it in one file.
+ *
+ * Log
+ *   The sink gets a level and a NUL-terminated message. Levels run from 0
+ *   (failures only) upwards, each adding detail: 0 failures, always
+ *   delivered; 1 the start-up line and every setting read; 2 lifecycle
+ *   (sessions, devices created, plugged, unplugged); 3 per-item traffic and
+ *   handle counting. The logLevel given to Pelarix_InitEx is the highest
+ *   level delivered. The text is UTF-16 on every platform: wchar_t on
+ *   Windows, char16_t (not wchar_t, which is 32 bits there) elsewhere; it
+ *   has no line end and is valid only during the call. The example's sink
+ *   shows its conversion to UTF-8.
+ *
+ * Statuses (PelarixStatus, every function but Pelarix_GetVersion)
+ *   Pelarix_Success             done.
+ *   Pelarix_Pending             the plug-in goes on on a thread of its own;
+ *                               its outcome arrives through the device's
+ *                               PelarixPluginCallback.
+ *   Pelarix_UnsupportedVersion  the init call's version is neither 1 nor 2.
+ *   Pelarix_Failure             an event, thread or the string store could
+ *                               not be made or used, a string fetch failed,
+ *                               or the filter blob changed length.
+ *   Pelarix_OutOfMemory         an allocation failed.
+ *   Pelarix_InvalidHandle       null, stale, closed, or of the wrong kind
+ *                               (a device where a session was due).
+ *   Pelarix_InvalidParameter    a null or malformed argument; also an item
+ *                               id not found parked.
+ *   Pelarix_UnsupportedHubVersion  the hub's major version is below 2.
+ *   Pelarix_HubOpenFailed       no hub to open, or it could not be opened
+ *                               (on Linux: no socket in $PELARIX_HUB_DIR,
+ *                               default /run/pelarix/hub, or no right to it).
+ *   Pelarix_HubRequestFailed    a request to the hub failed.
+ *   Pelarix_Cancelled           Pelarix_GetNextItem was ended by
+ *                               Pelarix_CancelGetItem.
+ *   Pelarix_DeviceExists        the hub already has the device.
+ *   Pelarix_InvalidState        a second init; a device plugged in twice or
+ *                               unplugged while not plugged in; a handle's
+ *                               count would wrap.
+ *   Pelarix_DeviceBlocked       the device filter refused the device.
+ *
+ * Threads
+ *   Every function may be called from any thread, and sessions, devices and
+ *   items may be used from several threads at once, with these rules:
+ *   - Pelarix_InitEx (or Pelarix_Init) once, before anything else and
+ *     before other threads use the library.
+ *   - Pelarix_GetNextItem blocks; several threads may pump one session. End
+ *     each pump with one Pelarix_CancelGetItem and wait for its thread to
+ *     return before the last Pelarix_CloseHandle of the session: the library
+ *     takes no reference on the session for the time of a call.
+ *   - Close a device's handle once its items are closed, not while another
+ *     thread closes its last item.
+ *   - The log sink is called on whatever thread logs, several at once, with
+ *     the library's locks held: it must be safe against concurrent calls and
+ *     must not call back into the library.
+ *   - The item buffer callback may run under the session's item lock: it
+ *     must not block for long nor call Pelarix_GetNextItem. The plug-in
+ *     callback runs on the caller's thread or on the deferred plug-in
+ *     thread, with no lock held.
  */
 #ifndef PELARIX_H
 #define PELARIX_H
@@ -78,8 +150,9 @@ static_assert(sizeof(PelarixItemInfo) == 40, "PelarixItemInfo is 40 bytes");
 _Static_assert(sizeof(PelarixItemInfo) == 40, "PelarixItemInfo is 40 bytes");
 #endif
 
-/* The log sink: level and a NUL-terminated UTF-16 message valid only during
- * the call. It may be called on any thread, concurrently. */
+/* The log sink: level (0 failures, higher more verbose) and a
+ * NUL-terminated UTF-16 message valid only during the call. It may be called
+ * on any thread, concurrently (see Threads above). */
 typedef void(PELARIX_CALL *PelarixLogCallback)(uint32_t level, const PelarixChar *message);
 
 /* Asks for room in front of (prefix) and behind (suffix) an item's data.
