@@ -91,7 +91,9 @@ static int AnswerOneItem(PelarixHandle session) {
   if (ok) {
     printf("item %u: type %u, %u bytes\n", (unsigned)info.itemId, (unsigned)info.type,
            (unsigned)info.dataLength);
-    if (!info.noCompletion) {
+    /* Type 0 is a request: a USB request block for the device in data. Types
+     * 1 and 2 are notices; type 2, and a request marked so, want no answer. */
+    if (info.type != 2 && !info.noCompletion) {
       ok = Succeeded("Pelarix_CompleteItem",
                      Pelarix_CompleteItem(item, 0, info.dataLength, info.data));
     }

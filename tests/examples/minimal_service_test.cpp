@@ -57,7 +57,7 @@ TEST_F(MinimalServiceTest, PlugsInAnswersOneItemAndUnplugs) {
   const std::vector<uint32_t> plugged = StartService(PELARIX_EXAMPLE_REGISTRY);
   ASSERT_EQ(plugged, std::vector<uint32_t>{1});
   vhub::ItemSpec raised;
-  raised.type = 9;
+  raised.type = 0;  // a request
   raised.plugNo = 1;
   raised.data = {0x80, 0x06, 0x00, 0x01, 0x00, 0x00, 0x12, 0x00};
   const uint32_t id = hub_->Model().QueueItem(raised);
@@ -65,7 +65,7 @@ TEST_F(MinimalServiceTest, PlugsInAnswersOneItemAndUnplugs) {
   std::string out;
   EXPECT_EQ(Finish(service_, &log, &out), 0) << log;
   EXPECT_EQ(out,
-            "device plugged in as 1\nitem " + std::to_string(id) + ": type 9, 8 bytes\ndone\n");
+            "device plugged in as 1\nitem " + std::to_string(id) + ": type 0, 8 bytes\ndone\n");
   const auto completions = hub_->Model().Completions();
   ASSERT_EQ(completions.size(), 1u);
   EXPECT_EQ(completions[0].itemId, id);
