@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -50,15 +49,6 @@ int Finish(const Child &child, std::string *log, std::string *out) {
   ReadAll(child.log, log);
   ReadAll(child.out, out);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-bool WaitForSocket(const std::string &path) {
-  struct stat status {};
-  for (int i = 0; i < 500; ++i) {
-    if (stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) return true;
-    usleep(10000);
-  }
-  return false;
 }
 
 int WaitForExit(const Child &child, int timeoutMs) {

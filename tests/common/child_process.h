@@ -20,7 +20,6 @@ Child StartChild(const std::string &program, std::vector<std::string> arguments)
 // Waits for the child's end; its exit status and what it logged (and, where
 // out is given, what it printed on stdout).
 int Finish(const Child &child, std::string *log, std::string *out = nullptr);
-bool WaitForSocket(const std::string &path);
 // Waits at most timeoutMs for the child's end: its exit status, or -1 if it
 // still runs.
 int WaitForExit(const Child &child, int timeoutMs);

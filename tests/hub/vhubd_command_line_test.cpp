@@ -126,7 +126,9 @@ class VhubdSocketTest : public HubChannelTest {
     arguments.insert(arguments.end(), options.begin(), options.end());
     Daemon daemon = StartDaemon(arguments);
     struct stat status {};
-    EXPECT_TRUE(WaitForSocket(SocketPath()));
+    // Mode and group are set between bind and listen: once the daemon
+    // says it serves, they are final.
+    EXPECT_TRUE(WaitForLog(daemon, log, "serving ", 10000));
     EXPECT_EQ(stat(SocketPath().c_str(), &status), 0);
     kill(daemon.pid, SIGTERM);
     EXPECT_EQ(Finish(daemon, log), 0);

@@ -130,7 +130,10 @@ TEST_F(VhubdTest, ServesUntilSigtermAndLogsWhatItDoes) {
   std::string socketPath = directory_.Path() + "/hub0";
   Daemon daemon =
       StartDaemon({"--dir", directory_.Path(), "--name", "hub0", "--hub-version", "0x00030005"});
-  ASSERT_TRUE(WaitForSocket(socketPath));
+  // The socket is there from its bind, but takes connections only once the
+  // daemon says it serves.
+  std::string log;
+  ASSERT_TRUE(WaitForLog(daemon, &log, "serving ", kPatienceMs));
   ASSERT_EQ(OpenHubInterface(&connection_), Pelarix_Success);
   uint32_t version = 0;
   EXPECT_EQ(GetHubVersion(connection_, &version), Pelarix_Success);
@@ -138,7 +141,6 @@ TEST_F(VhubdTest, ServesUntilSigtermAndLogsWhatItDoes) {
   platform::HubClose(connection_);
   connection_ = nullptr;
   kill(daemon.pid, SIGTERM);
-  std::string log;
   EXPECT_EQ(Finish(daemon, &log), 0);
   EXPECT_NE(log.find("serving " + socketPath + ", hub version 0x00030005"), std::string::npos);
   EXPECT_NE(log.find("session 1 opened"), std::string::npos);
@@ -150,9 +152,9 @@ TEST_F(VhubdTest, ServesUntilSigtermAndLogsWhatItDoes) {
 
 TEST_F(VhubdTest, StopsOnSigintWithTheDefaultName) {
   Daemon daemon = StartDaemon({"--dir", directory_.Path()});
-  ASSERT_TRUE(WaitForSocket(directory_.Path() + "/hub"));
-  kill(daemon.pid, SIGINT);
   std::string log;
+  ASSERT_TRUE(WaitForLog(daemon, &log, "serving ", kPatienceMs));
+  kill(daemon.pid, SIGINT);
   EXPECT_EQ(Finish(daemon, &log), 0);
   EXPECT_NE(log.find("hub version 0x00020000"), std::string::npos);
   EXPECT_NE(log.find("stopping on SIGINT"), std::string::npos);
