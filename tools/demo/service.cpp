@@ -40,7 +40,9 @@ Service::~Service() {
 }
 
 void PELARIX_CALL Service::Log(uint32_t level, const PelarixChar *message) {
-  if (sink_) sink_(level, Utf8(message));
+  if (sink_) {
+    sink_(level, Utf8(message));
+  }
 }
 
 bool Service::Start(uint32_t logLevel, LogSink sink, uint32_t pumps, std::string *error) {
@@ -56,14 +58,18 @@ bool Service::Start(uint32_t logLevel, LogSink sink, uint32_t pumps, std::string
     session_ = nullptr;
     return false;
   }
-  for (uint32_t i = 0; i < pumps; ++i) pumps_.emplace_back(&Service::Pump, this);
+  for (uint32_t i = 0; i < pumps; ++i) {
+    pumps_.emplace_back(&Service::Pump, this);
+  }
   return true;
 }
 
 std::vector<uint8_t> Service::FilterBlob() {
   uint32_t length = 0;
   void *buffer = nullptr;
-  if (Pelarix_GetFilterBlob(session_, &length, &buffer) != Pelarix_Success) return {};
+  if (Pelarix_GetFilterBlob(session_, &length, &buffer) != Pelarix_Success) {
+    return {};
+  }
   const auto *bytes = static_cast<const uint8_t *>(buffer);
   std::vector<uint8_t> blob(bytes, bytes + length);
   std::free(buffer);
@@ -77,7 +83,9 @@ PelarixStatus Service::Offer(SimulatedDevice &device, uint32_t clientVersion, bo
   PelarixStatus status = Pelarix_CreateDeviceEx(session_, clientVersion, partial ? 1 : 0, 0, 0, 0,
                                                 offered.device.data(), offered.configs[0].data(),
                                                 &Service::Plugged, this, &handle);
-  if (status != Pelarix_Success) return status;
+  if (status != Pelarix_Success) {
+    return status;
+  }
   Pelarix_GetDeviceId(handle, plugNo);
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -86,10 +94,14 @@ PelarixStatus Service::Offer(SimulatedDevice &device, uint32_t clientVersion, bo
   if (clientVersion >= kStringsAddedFrom) {
     for (const auto &[key, descriptor] : device.Strings()) {
       status = Pelarix_AddDeviceString(handle, key.first, key.second, descriptor.data());
-      if (status != Pelarix_Success) break;
+      if (status != Pelarix_Success) {
+        break;
+      }
     }
   }
-  if (status == Pelarix_Success) status = Pelarix_PluginDevice(handle);
+  if (status == Pelarix_Success) {
+    status = Pelarix_PluginDevice(handle);
+  }
   if (status != Pelarix_Pending) {
     // A refusal before the hub was asked reports through no callback.
     std::lock_guard<std::mutex> lock(mutex_);
@@ -102,7 +114,9 @@ void PELARIX_CALL Service::Plugged(PelarixHandle device, uint32_t status, void *
   auto *service = static_cast<Service *>(context);
   std::lock_guard<std::mutex> lock(service->mutex_);
   auto served = service->devices_.find(device);
-  if (served == service->devices_.end()) return;
+  if (served == service->devices_.end()) {
+    return;
+  }
   served->second.outcome = status;
   service->pluggedChanged_.notify_all();
 }
@@ -111,7 +125,9 @@ bool Service::WaitForPlugins(std::chrono::milliseconds timeout) {
   std::unique_lock<std::mutex> lock(mutex_);
   return pluggedChanged_.wait_for(lock, timeout, [this] {
     for (const auto &[handle, served] : devices_) {
-      if (served.outcome == Pelarix_Pending) return false;
+      if (served.outcome == Pelarix_Pending) {
+        return false;
+      }
     }
     return true;
   });
@@ -120,7 +136,9 @@ bool Service::WaitForPlugins(std::chrono::milliseconds timeout) {
 PelarixStatus Service::PluginOutcome(const SimulatedDevice &device) const {
   std::lock_guard<std::mutex> lock(mutex_);
   for (const auto &[handle, served] : devices_) {
-    if (served.device == &device) return served.outcome;
+    if (served.device == &device) {
+      return served.outcome;
+    }
   }
   return Pelarix_Failure;
 }
@@ -128,7 +146,9 @@ PelarixStatus Service::PluginOutcome(const SimulatedDevice &device) const {
 ServedCounts Service::Counts(const SimulatedDevice &device) const {
   std::lock_guard<std::mutex> lock(mutex_);
   for (const auto &[handle, served] : devices_) {
-    if (served.device == &device) return served.counts;
+    if (served.device == &device) {
+      return served.counts;
+    }
   }
   return {};
 }
@@ -163,7 +183,9 @@ void Service::Serve(PelarixHandle item) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     auto served = devices_.find(handle);
-    if (served != devices_.end()) device = served->second.device;
+    if (served != devices_.end()) {
+      device = served->second.device;
+    }
   }
   if (device == nullptr || info.type != 0) {
     // A notice, or a device the service does not know: nothing to forward.
@@ -180,8 +202,30 @@ void Service::Serve(PelarixHandle item) {
   counts.bytes += request.size() + answer.size();
 }
 
+PelarixStatus Service::Unplug(const SimulatedDevice &device) {
+  PelarixHandle handle = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (auto served = devices_.begin(); served != devices_.end(); ++served) {
+      if (served->second.device == &device) {
+        handle = served->first;
+        devices_.erase(served);
+        break;
+      }
+    }
+  }
+  if (handle == nullptr) {
+    return Pelarix_InvalidHandle;
+  }
+  const PelarixStatus status = Pelarix_UnplugDevice(handle);
+  Pelarix_CloseHandle(handle);
+  return status;
+}
+
 void Service::Stop() {
-  if (session_ == nullptr) return;
+  if (session_ == nullptr) {
+    return;
+  }
   std::map<PelarixHandle, Served> devices;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -195,9 +239,13 @@ void Service::Stop() {
   // counted twice: cancel again only once a pump has gone.
   for (size_t ended = 0; ended < pumps_.size(); ++ended) {
     Pelarix_CancelGetItem(session_);
-    while (pumpsEnded_.load() <= ended) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (pumpsEnded_.load() <= ended) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
   }
-  for (std::thread &pump : pumps_) pump.join();
+  for (std::thread &pump : pumps_) {
+    pump.join();
+  }
   pumps_.clear();
   Pelarix_CloseHandle(session_);
   session_ = nullptr;

@@ -56,15 +56,18 @@ class Service {
   PelarixStatus PluginOutcome(const SimulatedDevice &device) const;
   ServedCounts Counts(const SimulatedDevice &device) const;
 
+  // Unplugs and closes one device before the end; its items are answered
+  // as a device's the service does not know.
+  PelarixStatus Unplug(const SimulatedDevice &device);
   // Unplugs and closes every device, ends the pumps, closes the session.
   void Stop();
 
  private:
   struct Served {
-    SimulatedDevice *device;
-    uint32_t plugNo;
+    SimulatedDevice *device = nullptr;
+    uint32_t plugNo = 0;
     ServedCounts counts;
-    PelarixStatus outcome;  // Pelarix_Pending until the plug-in callback
+    PelarixStatus outcome = Pelarix_Pending;  // until the plug-in callback
   };
 
   void Pump();

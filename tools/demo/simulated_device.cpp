@@ -21,6 +21,12 @@ constexpr size_t kConfigValue = 5;
 constexpr size_t kConfigAttributes = 7;
 constexpr uint8_t kSelfPowered = 0x40;
 constexpr size_t kConfigHeaderBytes = 9;
+// Standard requests a raw control transfer may carry.
+constexpr uint8_t kStandardDeviceIn = 0x80;
+constexpr uint8_t kStandardInterfaceIn = 0x81;
+constexpr uint8_t kRequestGetStatus = 0;
+constexpr uint8_t kRequestGetDescriptor = 6;
+constexpr uint8_t kRequestGetConfiguration = 8;
 
 // Where the model's select-configuration record puts each interface
 // information record, and how long it is, for pipe counts taken from the
@@ -37,11 +43,17 @@ struct RecordPlan {
 bool PlanRecords(const std::vector<uint8_t> &block, size_t blockLength, RecordPlan *plan) {
   size_t at = urb::kSelectConfigInterfaces;
   while (at < blockLength) {
-    if (at + urb::kInterfaceRecordBytes > blockLength) return false;
+    if (at + urb::kInterfaceRecordBytes > blockLength) {
+      return false;
+    }
     const size_t length = urb::Read16(block, at + urb::kInterfaceLength);
     const uint32_t pipes = urb::Read32(block, at + urb::kInterfacePipeCount);
-    if (length < urb::kInterfaceRecordBytes || at + length > blockLength) return false;
-    if (pipes > (length - urb::kInterfaceRecordBytes) / urb::kPipeRecordBytes) return false;
+    if (length < urb::kInterfaceRecordBytes || at + length > blockLength) {
+      return false;
+    }
+    if (pipes > (length - urb::kInterfaceRecordBytes) / urb::kPipeRecordBytes) {
+      return false;
+    }
     plan->blockRecords.push_back(at);
     plan->modelRecords.push_back(plan->modelLength);
     plan->pipeCounts.push_back(pipes);
@@ -83,7 +95,9 @@ SimulatedDevice::SimulatedDevice(DescriptorSet offered) : offered_(std::move(off
 }
 
 void SimulatedDevice::AddString(uint8_t index, const std::string &text) {
-  if (index == 0 || strings_.count({index, kEnglish}) != 0) return;
+  if (index == 0 || strings_.count({index, kEnglish}) != 0) {
+    return;
+  }
   std::vector<uint8_t> descriptor{0, urb::kStringDescriptor};
   for (char c : text.substr(0, 126)) {
     descriptor.push_back(static_cast<uint8_t>(c));
@@ -111,7 +125,9 @@ void SimulatedDevice::MakeStrings() {
 void SimulatedDevice::Attach(std::unique_ptr<UsbFunction> function,
                              const std::vector<uint8_t> &endpoints) {
   std::lock_guard<std::mutex> lock(mutex_);
-  for (uint8_t endpoint : endpoints) functionOfEndpoint_[endpoint] = function.get();
+  for (uint8_t endpoint : endpoints) {
+    functionOfEndpoint_[endpoint] = function.get();
+  }
   functions_.push_back(std::move(function));
 }
 
@@ -151,20 +167,28 @@ std::vector<uint8_t> SimulatedDevice::Answer(const std::vector<uint8_t> &request
     case urb::kBulkOrInterruptTransfer:
       status = hasTransfer ? Transfer(request, &in) : urb::kInvalidParameter;
       break;
+    case urb::kControlTransfer:
+      status = blockLength >= urb::kControlBlockBytes ? ControlTransfer(request, &in)
+                                                      : urb::kInvalidParameter;
+      break;
     default:
       break;
   }
   urb::Write32(block, urb::kStatus, status);
   if (hasTransfer && urb::Read16(block, urb::kFunction) != urb::kSelectConfiguration) {
     const uint32_t room = urb::Read32(block, urb::kTransferLength);
-    const bool read = urb::Read16(block, urb::kFunction) != urb::kBulkOrInterruptTransfer ||
-                      (urb::Read32(block, urb::kTransferFlags) & urb::kDirectionIn) != 0;
-    if (read && in.size() > room) in.resize(room);
+    const bool read = urb::IsRead(block);
+    if (read && in.size() > room) {
+      in.resize(room);
+    }
     // A write moved what it carried; a read moved what follows the block.
-    if (read || status != urb::kSuccess)
+    if (read || status != urb::kSuccess) {
       urb::Write32(block, urb::kTransferLength, static_cast<uint32_t>(in.size()));
+    }
     urb::Write32(block, urb::kTransferOffset, static_cast<uint32_t>(blockLength));
-    if (read) block.insert(block.end(), in.begin(), in.end());
+    if (read) {
+      block.insert(block.end(), in.begin(), in.end());
+    }
   }
   return block;
 }
@@ -180,12 +204,38 @@ uint32_t SimulatedDevice::GetDescriptor(const std::vector<uint8_t> &request,
   } else if (type == urb::kStringDescriptor) {
     const uint16_t language = index == 0 ? 0 : urb::Read16(request, urb::kLanguageId);
     auto found = strings_.find({index, language});
-    if (found == strings_.end()) return urb::kStallPid;
+    if (found == strings_.end()) {
+      return urb::kStallPid;
+    }
     *in = found->second;
   } else {
     return urb::kStallPid;
   }
   return urb::kSuccess;
+}
+
+uint32_t SimulatedDevice::ControlTransfer(const std::vector<uint8_t> &request,
+                                          std::vector<uint8_t> *in) const {
+  // The setup packet lies where the standard-request blocks keep their
+  // fields (wValue's index and type at 74 and 75, wIndex at 76), so a
+  // standard request given raw is answered as its own block would be. Any
+  // other request stalls, as a device stalls what it does not know.
+  const uint8_t requestType = request[urb::kSetupPacket];
+  const uint8_t code = request[urb::kSetupPacket + 1];
+  const bool standardIn = requestType == kStandardDeviceIn || requestType == kStandardInterfaceIn;
+  if (standardIn && code == kRequestGetDescriptor) {
+    return GetDescriptor(request, in);
+  }
+  if (requestType == kStandardDeviceIn && code == kRequestGetStatus) {
+    const uint8_t attributes = offered_.configs[0][kConfigAttributes];
+    *in = {static_cast<uint8_t>((attributes & kSelfPowered) != 0 ? 1 : 0), 0};
+    return urb::kSuccess;
+  }
+  if (requestType == kStandardDeviceIn && code == kRequestGetConfiguration) {
+    *in = {configurationValue_};
+    return urb::kSuccess;
+  }
+  return urb::kStallPid;
 }
 
 uint32_t SimulatedDevice::SelectConfiguration(const std::vector<uint8_t> &request,
@@ -234,7 +284,9 @@ uint32_t SimulatedDevice::SelectConfiguration(const std::vector<uint8_t> &reques
   }
   endpointOfPipe_.clear();
   const uint8_t *map = model_.GetPipeMap();
-  if (map == nullptr) return urb::kNotSupported;
+  if (map == nullptr) {
+    return urb::kNotSupported;
+  }
   uint32_t entries = 0;
   std::memcpy(&entries, map, 4);
   for (uint32_t i = 0; i < entries; ++i) {
@@ -248,9 +300,13 @@ uint32_t SimulatedDevice::SelectConfiguration(const std::vector<uint8_t> &reques
 
 uint32_t SimulatedDevice::Transfer(const std::vector<uint8_t> &request, std::vector<uint8_t> *in) {
   auto pipe = endpointOfPipe_.find(urb::Read32(request, urb::kPipeHandle));
-  if (pipe == endpointOfPipe_.end()) return urb::kInvalidParameter;
+  if (pipe == endpointOfPipe_.end()) {
+    return urb::kInvalidParameter;
+  }
   auto function = functionOfEndpoint_.find(pipe->second);
-  if (function == functionOfEndpoint_.end()) return urb::kStallPid;
+  if (function == functionOfEndpoint_.end()) {
+    return urb::kStallPid;
+  }
   const uint32_t length = urb::Read32(request, urb::kTransferLength);
   const bool read = (urb::Read32(request, urb::kTransferFlags) & urb::kDirectionIn) != 0;
   std::vector<uint8_t> out;

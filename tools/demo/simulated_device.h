@@ -48,6 +48,7 @@ class SimulatedDevice {
 
  private:
   uint32_t GetDescriptor(const std::vector<uint8_t> &request, std::vector<uint8_t> *in) const;
+  uint32_t ControlTransfer(const std::vector<uint8_t> &request, std::vector<uint8_t> *in) const;
   uint32_t SelectConfiguration(const std::vector<uint8_t> &request, std::vector<uint8_t> &block);
   uint32_t Transfer(const std::vector<uint8_t> &request, std::vector<uint8_t> *in);
   void MakeStrings();

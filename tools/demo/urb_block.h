@@ -33,6 +33,18 @@ inline constexpr size_t kLanguageId = 76;
 inline constexpr size_t kRequestIndex = 76;
 inline constexpr size_t kControlBlockBytes = 80;
 inline constexpr size_t kBulkBlockBytes = 72;
+// Control transfer (80 bytes): the setup packet as sent on the bus.
+inline constexpr size_t kSetupPacket = 72;
+inline constexpr size_t kSetupPacketBytes = 8;
+// Isochronous transfer: 84 bytes and one 12-byte descriptor per packet.
+inline constexpr size_t kIsoStartFrame = 72;
+inline constexpr size_t kIsoPacketCount = 76;
+inline constexpr size_t kIsoErrorCount = 80;
+inline constexpr size_t kIsoPackets = 84;
+inline constexpr size_t kIsoPacketBytes = 12;
+inline constexpr size_t kIsoPacketOffset = 0;
+inline constexpr size_t kIsoPacketLength = 4;
+inline constexpr size_t kIsoPacketStatus = 8;
 
 // Select configuration: the configuration's place, its handle, then one
 // interface record per interface.
@@ -59,7 +71,9 @@ inline constexpr size_t kPipeRecordBytes = 20;
 
 // Function codes.
 inline constexpr uint16_t kSelectConfiguration = 0x0000;
+inline constexpr uint16_t kControlTransfer = 0x0008;
 inline constexpr uint16_t kBulkOrInterruptTransfer = 0x0009;
+inline constexpr uint16_t kIsochTransfer = 0x000A;
 inline constexpr uint16_t kGetDescriptorFromDevice = 0x000B;
 inline constexpr uint16_t kGetStatusFromDevice = 0x0013;
 inline constexpr uint16_t kGetConfiguration = 0x0026;
@@ -67,6 +81,8 @@ inline constexpr uint16_t kGetConfiguration = 0x0026;
 // Transfer flags.
 inline constexpr uint32_t kDirectionIn = 0x1;
 inline constexpr uint32_t kShortTransferOk = 0x2;
+inline constexpr uint32_t kStartIsoAsap = 0x4;
+inline constexpr uint32_t kDefaultPipeTransfer = 0x8;
 
 // USBD status values.
 inline constexpr uint32_t kSuccess = 0x00000000;
@@ -74,6 +90,14 @@ inline constexpr uint32_t kStallPid = 0xC0000004;
 inline constexpr uint32_t kNotSupported = 0xC0000E00;
 inline constexpr uint32_t kInvalidParameter = 0x80000300;
 inline constexpr uint32_t kInvalidFunction = 0x80000200;
+inline constexpr uint32_t kDevNotResponding = 0xC0000005;
+inline constexpr uint32_t kDataOverrun = 0xC0000008;
+inline constexpr uint32_t kEndpointHalted = 0xC0000030;
+inline constexpr uint32_t kTimeout = 0xC0006000;
+inline constexpr uint32_t kDeviceGone = 0xC0007000;
+inline constexpr uint32_t kCanceled = 0xC0010000;
+inline constexpr uint32_t kIsoNotAccessed = 0xC0020000;
+inline constexpr uint32_t kShortTransfer = 0x80000900;
 
 // Descriptor types.
 inline constexpr uint8_t kDeviceDescriptor = 1;
@@ -85,8 +109,9 @@ uint32_t Read32(const std::vector<uint8_t> &bytes, size_t at);
 void Write16(std::vector<uint8_t> &bytes, size_t at, uint16_t value);
 void Write32(std::vector<uint8_t> &bytes, size_t at, uint32_t value);
 
-// Whether the block moves data to the host: every control-type block but a
-// set, and a bulk or interrupt transfer with the direction flag set.
+// Whether the block moves data to the host: every standard-request block but
+// select configuration, and a control, bulk, interrupt or isochronous
+// transfer with the direction flag set.
 bool IsRead(const std::vector<uint8_t> &block);
 
 // A block of `length` zero bytes with its length and function set.
