@@ -123,6 +123,14 @@ UrbReturn ReturnOfAnswer(const SubmittedRequest &request, uint32_t itemStatus,
     reply.status = itemStatus == kItemNotServed ? kErrNoDev : kErrProto;
     return reply;
   }
+  if (request.selectConfiguration) {
+    // A selection has no transfer part: its status, and the pipes the
+    // caller reads.
+    reply.status = answer.size() < urb::kHeaderBytes
+                       ? kErrProto
+                       : ErrnoOfUsbdStatus(urb::Read32(answer, urb::kStatus));
+    return reply;
+  }
   const auto read = urb::ReadAnswer(answer);
   const size_t isoLength = urb::kIsoPackets + urb::kIsoPacketBytes * request.iso.size();
   if (!read || (request.type == TransferType::kIsochronous &&
@@ -131,9 +139,6 @@ UrbReturn ReturnOfAnswer(const SubmittedRequest &request, uint32_t itemStatus,
     return reply;
   }
   reply.status = ErrnoOfUsbdStatus(read->status);
-  if (request.selectConfiguration) {
-    return reply;
-  }
   if (request.type == TransferType::kIsochronous) {
     ReadIsoAnswer(request, answer, &reply);
     return reply;

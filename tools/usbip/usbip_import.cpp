@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "descriptor_set.h"
@@ -25,6 +26,7 @@ constexpr uint32_t kNoticeType = 1;
 // connection goes.
 constexpr size_t kOutboxFactor = 2;
 constexpr int32_t kNoPacketsAlternative = -1;
+constexpr size_t kReadChunk = size_t{64} * 1024;
 
 }  // namespace
 
@@ -123,10 +125,13 @@ std::string UsbipImport::Submit(const UrbCommand &command) {
   auto known = typeOfEndpoint_.find(address);
   const bool endpointKnown = command.ep == 0 || known != typeOfEndpoint_.end();
   request.type = command.ep == 0 || !endpointKnown ? TransferType::kControl : known->second;
+  // The data grows as it arrives: a length the client never sends costs
+  // no memory.
   std::vector<uint8_t> out;
-  if (!request.in) {
-    out.resize(command.length);
-    if (!ReadExact(out.data(), out.size())) {
+  while (!request.in && out.size() < command.length) {
+    const size_t at = out.size();
+    out.resize(at + std::min<size_t>(command.length - at, kReadChunk));
+    if (!ReadExact(&out[at], out.size() - at)) {
       return "connection closed in a command";
     }
   }
@@ -162,6 +167,13 @@ std::string UsbipImport::Submit(const UrbCommand &command) {
     reply.seqnum = command.seqnum;
     reply.status = kErrPipe;
     reply.packets = command.packets;
+    // An isochronous return carries a descriptor per packet: each failed.
+    for (IsoPacket packet : request.iso) {
+      packet.actualLength = 0;
+      packet.status = kErrPipe;
+      reply.iso.push_back(packet);
+    }
+    reply.errorCount = static_cast<int32_t>(reply.iso.size());
     return Send(RetSubmitBytes(reply)) ? "" : "returns not read";
   }
   QueueItem(request.type == TransferType::kIsochronous

@@ -108,6 +108,40 @@ TEST_F(SimulatedDeviceTest, ABlockLongerThanItsItemIsAnsweredWithAHeaderAlone) {
   EXPECT_EQ(urb::Read32(device_.Answer({1, 2}), urb::kStatus), urb::kInvalidParameter);
 }
 
+TEST_F(SimulatedDeviceTest, RawControlTransfersAnswerTheStandardRequestsAndStallTheRest) {
+  // A raw control transfer: 80 bytes, the setup packet at 72.
+  auto control = [](std::vector<uint8_t> setup, uint32_t length) {
+    std::vector<uint8_t> block = urb::Block(urb::kControlBlockBytes, urb::kControlTransfer);
+    urb::Write32(block, urb::kTransferFlags,
+                 ((setup[0] & 0x80) != 0 ? urb::kDirectionIn : 0) | urb::kDefaultPipeTransfer);
+    urb::Write32(block, urb::kTransferLength, length);
+    urb::Write32(block, urb::kTransferOffset, urb::kControlBlockBytes);
+    std::copy(setup.begin(), setup.end(), block.begin() + urb::kSetupPacket);
+    return block;
+  };
+  Answered device = Ask(device_, control({0x80, 6, 0, 1, 0, 0, 18, 0}, 18));
+  EXPECT_EQ(device.status, urb::kSuccess);
+  EXPECT_EQ(device.data, set_.device);
+  EXPECT_EQ(Ask(device_, control({0x80, 6, 0, 2, 0, 0, 9, 0}, 9)).data,
+            std::vector<uint8_t>(set_.configs[0].begin(), set_.configs[0].begin() + 9));
+  EXPECT_EQ(Ask(device_, control({0x80, 6, 0, 3, 0, 0, 255, 0}, 255)).data,
+            (std::vector<uint8_t>{4, 3, 0x09, 0x04}));
+  EXPECT_EQ(Ask(device_, control({0x80, 0, 0, 0, 0, 0, 2, 0}, 2)).data.size(), 2u);
+  EXPECT_EQ(Ask(device_, control({0x80, 8, 0, 0, 0, 0, 1, 0}, 1)).data,
+            std::vector<uint8_t>{0});  // not configured yet
+  // A class request (bulk-only's Get Max LUN) and a standard one it does
+  // not serve stall, and move nothing.
+  const Answered lun = Ask(device_, control({0xA1, 0xFE, 0, 0, 0, 0, 1, 0}, 1));
+  EXPECT_EQ(lun.status, urb::kStallPid);
+  EXPECT_EQ(lun.length, 0u);
+  EXPECT_EQ(Ask(device_, control({0x00, 9, 1, 0, 0, 0, 0, 0}, 0)).status, urb::kStallPid);
+  // A block too short for its setup packet is refused.
+  std::vector<uint8_t> cut = control({0x80, 6, 0, 1, 0, 0, 18, 0}, 18);
+  cut.resize(72);
+  urb::Write16(cut, urb::kLength, 72);
+  EXPECT_EQ(Ask(device_, cut).status, urb::kInvalidParameter);
+}
+
 TEST(KeepInterfaces, ASplitKeepsTheNamedInterfacesAndTheirDescriptors) {
   const DescriptorSet set = RealDevice("keyboard_holtek_04d9_1603");
   const std::vector<uint8_t> kept = KeepInterfaces(set.configs[0], {1});

@@ -5,8 +5,7 @@
 
 #include "child_process.h"
 #include "exported_device.h"
-#include "usbip_path.h"
-#include "usbip_test_host.h"
+#include "usbip_test_path.h"
 
 namespace pelarix::usbip::testing {
 namespace {
@@ -42,7 +41,7 @@ TEST(UsbipList, DebiansToolListsThePluggedDevicesWithTheirIdsAndInterfaces) {
   }
   UsbipPath path;
   std::string error;
-  ASSERT_TRUE(path.Start({"flash_generic_1043_8012", "ccid_yubikey4_1050_0407"}, &error)) << error;
+  ASSERT_TRUE(Start(path, {"flash_generic_1043_8012", "ccid_yubikey4_1050_0407"}, &error)) << error;
   const pelarix::testing::Child child = pelarix::testing::StartChild(
       tool, {"--tcp-port", std::to_string(path.Port()), "list", "-r", "127.0.0.1"});
   std::string log;
@@ -71,8 +70,8 @@ TEST(UsbipList, DebiansToolListsThePluggedDevicesWithTheirIdsAndInterfaces) {
 TEST(UsbipList, TheListReplyIsTheRecordsOfThePluggedDevices) {
   UsbipPath path;
   std::string error;
-  ASSERT_TRUE(path.Start({"keyboard_holtek_04d9_1603"}, &error)) << error;
-  UsbipTestHost host;
+  ASSERT_TRUE(Start(path, {"keyboard_holtek_04d9_1603"}, &error)) << error;
+  UsbipClient host;
   ASSERT_TRUE(host.Connect(path.Port()));
   const std::vector<uint8_t> reply = host.List();
   ASSERT_EQ(reply.size(), 8u + 4 + 312 + 4 * 2);
@@ -107,10 +106,10 @@ TEST(UsbipList, TheListReplyIsTheRecordsOfThePluggedDevices) {
 TEST(UsbipList, AnUnpluggedDeviceLeavesTheList) {
   UsbipPath path;
   std::string error;
-  ASSERT_TRUE(path.Start({"keyboard_holtek_04d9_1603", "flash_generic_1043_8012"}, &error))
+  ASSERT_TRUE(Start(path, {"keyboard_holtek_04d9_1603", "flash_generic_1043_8012"}, &error))
       << error;
   ASSERT_EQ(path.Service().Unplug(path.Device(0)), Pelarix_Success);
-  UsbipTestHost host;
+  UsbipClient host;
   ASSERT_TRUE(host.Connect(path.Port()));
   const std::vector<uint8_t> reply = host.List();
   ASSERT_EQ(reply.size(), 8u + 4 + 312 + 4);

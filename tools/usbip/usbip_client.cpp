@@ -1,4 +1,4 @@
-#include "usbip_test_host.h"
+#include "usbip_client.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -7,15 +7,34 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
-namespace pelarix::usbip::testing {
+namespace pelarix::usbip {
 
-UsbipTestHost::~UsbipTestHost() {
+namespace {
+
+// Bulk-only transport's wrappers.
+constexpr uint32_t kCommandSignature = 0x43425355;  // "USBC"
+constexpr uint32_t kStatusSignature = 0x53425355;   // "USBS"
+constexpr size_t kCommandWrapperBytes = 31;
+constexpr size_t kStatusWrapperBytes = 13;
+constexpr size_t kCommandBlockAt = 15;
+constexpr uint8_t kCommandToHost = 0x80;
+constexpr uint8_t kEndpointNumber = 0x0F;
+
+uint32_t GetLittle32(const std::vector<uint8_t> &bytes, size_t at) {
+  return static_cast<uint32_t>(bytes[at]) | static_cast<uint32_t>(bytes[at + 1]) << 8 |
+         static_cast<uint32_t>(bytes[at + 2]) << 16 | static_cast<uint32_t>(bytes[at + 3]) << 24;
+}
+
+}  // namespace
+
+UsbipClient::~UsbipClient() {
   Close();
 }
 
-bool UsbipTestHost::Connect(uint16_t port) {
+bool UsbipClient::Connect(uint16_t port) {
   fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -26,14 +45,14 @@ bool UsbipTestHost::Connect(uint16_t port) {
   return fd_ >= 0 && connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
 }
 
-void UsbipTestHost::Close() {
+void UsbipClient::Close() {
   if (fd_ >= 0) {
     close(fd_);
     fd_ = -1;
   }
 }
 
-bool UsbipTestHost::SendRaw(const std::vector<uint8_t> &bytes) {
+bool UsbipClient::SendRaw(const std::vector<uint8_t> &bytes) {
   size_t done = 0;
   while (done < bytes.size()) {
     const ssize_t sent = send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
@@ -45,7 +64,7 @@ bool UsbipTestHost::SendRaw(const std::vector<uint8_t> &bytes) {
   return true;
 }
 
-bool UsbipTestHost::ReadExact(uint8_t *bytes, size_t length, int timeoutMs) {
+bool UsbipClient::ReadExact(uint8_t *bytes, size_t length, int timeoutMs) {
   size_t done = 0;
   while (done < length) {
     pollfd watched{fd_, POLLIN, 0};
@@ -61,7 +80,7 @@ bool UsbipTestHost::ReadExact(uint8_t *bytes, size_t length, int timeoutMs) {
   return true;
 }
 
-bool UsbipTestHost::WaitClosed(int timeoutMs) {
+bool UsbipClient::WaitClosed(int timeoutMs) {
   uint8_t byte = 0;
   for (;;) {
     pollfd watched{fd_, POLLIN, 0};
@@ -75,7 +94,7 @@ bool UsbipTestHost::WaitClosed(int timeoutMs) {
   }
 }
 
-std::vector<uint8_t> UsbipTestHost::List() {
+std::vector<uint8_t> UsbipClient::List() {
   SendRaw(OpHeaderBytes(kOpRequestDevlist, 0));
   std::vector<uint8_t> reply;
   uint8_t chunk[4096] = {};
@@ -93,7 +112,7 @@ std::vector<uint8_t> UsbipTestHost::List() {
   return reply;
 }
 
-uint32_t UsbipTestHost::Import(const std::string &busId, std::vector<uint8_t> *record) {
+uint32_t UsbipClient::Import(const std::string &busId, std::vector<uint8_t> *record) {
   std::vector<uint8_t> request = OpHeaderBytes(kOpRequestImport, 0);
   request.insert(request.end(), busId.begin(), busId.end());
   request.resize(kOpHeaderBytes + kBusIdBytes, 0);
@@ -117,9 +136,9 @@ uint32_t UsbipTestHost::Import(const std::string &busId, std::vector<uint8_t> *r
   return 0;
 }
 
-uint32_t UsbipTestHost::Submit(uint32_t ep, bool in, const Setup &setup,
-                               const std::vector<uint8_t> &out, uint32_t length, uint32_t flags,
-                               const std::vector<IsoPacket> &iso) {
+uint32_t UsbipClient::Submit(uint32_t ep, bool in, const Setup &setup,
+                             const std::vector<uint8_t> &out, uint32_t length, uint32_t flags,
+                             const std::vector<IsoPacket> &iso) {
   UrbCommand command;
   command.command = kCmdSubmit;
   command.seqnum = nextSeqnum++;
@@ -140,7 +159,7 @@ uint32_t UsbipTestHost::Submit(uint32_t ep, bool in, const Setup &setup,
   return command.seqnum;
 }
 
-uint32_t UsbipTestHost::Unlink(uint32_t target) {
+uint32_t UsbipClient::Unlink(uint32_t target) {
   UrbCommand command;
   command.command = kCmdUnlink;
   command.seqnum = nextSeqnum++;
@@ -150,7 +169,7 @@ uint32_t UsbipTestHost::Unlink(uint32_t target) {
   return command.seqnum;
 }
 
-std::optional<Reply> UsbipTestHost::Read(int timeoutMs) {
+std::optional<Reply> UsbipClient::Read(int timeoutMs) {
   Reply reply;
   reply.header.resize(kUrbHeaderBytes);
   if (!ReadExact(reply.header.data(), kUrbHeaderBytes, timeoutMs)) {
@@ -185,21 +204,54 @@ std::optional<Reply> UsbipTestHost::Read(int timeoutMs) {
   return reply;
 }
 
-std::optional<Reply> UsbipTestHost::Control(const Setup &setup, uint32_t length,
-                                            const std::vector<uint8_t> &out) {
+std::optional<Reply> UsbipClient::Control(const Setup &setup, uint32_t length,
+                                          const std::vector<uint8_t> &out) {
   const bool in = (setup[0] & 0x80) != 0;
   Submit(0, in, setup, out, length);
   return Read();
 }
 
-std::optional<Reply> UsbipTestHost::In(uint32_t ep, uint32_t length) {
+std::optional<Reply> UsbipClient::In(uint32_t ep, uint32_t length) {
   Submit(ep, true, {}, {}, length);
   return Read();
 }
 
-std::optional<Reply> UsbipTestHost::Out(uint32_t ep, const std::vector<uint8_t> &data) {
+std::optional<Reply> UsbipClient::Out(uint32_t ep, const std::vector<uint8_t> &data) {
   Submit(ep, false, {}, data, static_cast<uint32_t>(data.size()));
   return Read();
+}
+
+bool UsbipClient::Scsi(uint8_t in, uint8_t out, uint32_t tag, const std::vector<uint8_t> &block,
+                       uint32_t length, bool toHost, std::vector<uint8_t> *data) {
+  std::vector<uint8_t> wrapper(kCommandWrapperBytes, 0);
+  for (int i = 0; i < 4; ++i) {
+    wrapper[i] = static_cast<uint8_t>(kCommandSignature >> (8 * i));
+    wrapper[4 + i] = static_cast<uint8_t>(tag >> (8 * i));
+    wrapper[8 + i] = static_cast<uint8_t>(length >> (8 * i));
+  }
+  wrapper[12] = toHost ? kCommandToHost : 0;
+  wrapper[14] = static_cast<uint8_t>(block.size());
+  std::copy(block.begin(), block.end(), wrapper.begin() + kCommandBlockAt);
+  const auto sent = Out(out, wrapper);
+  if (!sent || sent->status != 0 || sent->actualLength != wrapper.size()) {
+    return false;
+  }
+  if (toHost && length > 0) {
+    const auto read = In(in & kEndpointNumber, length);
+    if (!read || read->status != 0) {
+      return false;
+    }
+    *data = read->data;
+  } else if (length > 0) {
+    const auto written = Out(out, *data);
+    if (!written || written->status != 0 || written->actualLength != length) {
+      return false;
+    }
+  }
+  const auto status = In(in & kEndpointNumber, kStatusWrapperBytes);
+  return status && status->status == 0 && status->data.size() == kStatusWrapperBytes &&
+         GetLittle32(status->data, 0) == kStatusSignature && GetLittle32(status->data, 4) == tag &&
+         status->data[12] == 0;
 }
 
 Setup GetDescriptorSetup(uint8_t type, uint8_t index, uint16_t language, uint16_t length) {
@@ -221,4 +273,4 @@ Setup GetConfigurationSetup() {
   return {0x80, 8, 0, 0, 0, 0, 1, 0};
 }
 
-}  // namespace pelarix::usbip::testing
+}  // namespace pelarix::usbip

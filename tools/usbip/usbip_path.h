@@ -1,7 +1,9 @@
-// A whole path for the USB/IP tests, in this process: the virtual hub with
-// the USB/IP server beside it, the demo's service (the library, two pumps)
-// and the demo's client devices, read from tests/data/realdesc and offered
-// whole. The server's log lines are kept.
+// A whole USB/IP path in this process, for the tests and the benchmark: the
+// virtual hub with the USB/IP server beside it, the demo's service (the
+// library, two pumps, its settings from a registry file) and the demo's
+// client devices, read from descriptor files and offered whole. The
+// server's log lines are kept. The library is initialised once per process,
+// so one path per process.
 #pragma once
 
 #include <memory>
@@ -15,7 +17,7 @@
 #include "usbip_server.h"
 #include "virtual_hub.h"
 
-namespace pelarix::usbip::testing {
+namespace pelarix::usbip {
 
 class UsbipPath {
  public:
@@ -24,9 +26,11 @@ class UsbipPath {
   UsbipPath(const UsbipPath &) = delete;
   UsbipPath &operator=(const UsbipPath &) = delete;
 
-  // Starts the hub, the server (a free port) and the service, and plugs in
-  // the device of each realdesc file named; false with *error set.
-  bool Start(const std::vector<std::string> &files, std::string *error,
+  // Starts the hub, the server (on a free port of 127.0.0.1) and the
+  // service with the settings in `registry`, and plugs in the device of
+  // each descriptor file (DIR/NAME.bin); false with *error set.
+  bool Start(const std::string &registry, const std::string &dataDir,
+             const std::vector<std::string> &names, std::string *error,
              UsbipServerOptions options = {});
   void Stop();
 
@@ -53,4 +57,4 @@ class UsbipPath {
   std::vector<std::string> log_;
 };
 
-}  // namespace pelarix::usbip::testing
+}  // namespace pelarix::usbip

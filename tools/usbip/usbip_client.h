@@ -1,7 +1,8 @@
-// A USB/IP host as the tests play it: one TCP connection to the server, the
-// operation phase (list, import), then commands and their returns. It
-// remembers the direction and packet count of every submit, since a return
-// carries neither, to know what follows a return's header.
+// A USB/IP host as the tests and the benchmark play it: one TCP connection
+// to the server, the operation phase (list, import), then commands and their
+// returns, and bulk-only storage commands on top. It remembers the direction
+// and packet count of every submit, since a return carries neither, to know
+// what follows a return's header.
 #pragma once
 
 #include <array>
@@ -13,7 +14,7 @@
 
 #include "usbip_wire.h"
 
-namespace pelarix::usbip::testing {
+namespace pelarix::usbip {
 
 struct Reply {
   uint32_t command = 0;
@@ -30,12 +31,12 @@ struct Reply {
 
 using Setup = std::array<uint8_t, 8>;
 
-class UsbipTestHost {
+class UsbipClient {
  public:
-  UsbipTestHost() = default;
-  ~UsbipTestHost();
-  UsbipTestHost(const UsbipTestHost &) = delete;
-  UsbipTestHost &operator=(const UsbipTestHost &) = delete;
+  UsbipClient() = default;
+  ~UsbipClient();
+  UsbipClient(const UsbipClient &) = delete;
+  UsbipClient &operator=(const UsbipClient &) = delete;
 
   bool Connect(uint16_t port);
   // The device list's whole reply, read until the server closes.
@@ -56,6 +57,12 @@ class UsbipTestHost {
                                const std::vector<uint8_t> &out = {});
   std::optional<Reply> In(uint32_t ep, uint32_t length);
   std::optional<Reply> Out(uint32_t ep, const std::vector<uint8_t> &data);
+
+  // One bulk-only storage command: its wrapper to endpoint `out`, the data
+  // phase (read into or written from *data), the status from `in`; false
+  // when a stage fails or the status is not the command's or not good.
+  bool Scsi(uint8_t in, uint8_t out, uint32_t tag, const std::vector<uint8_t> &block,
+            uint32_t length, bool toHost, std::vector<uint8_t> *data);
 
   bool SendRaw(const std::vector<uint8_t> &bytes);
   // True when the server closed the connection within the time.
@@ -81,4 +88,4 @@ Setup GetDescriptorSetup(uint8_t type, uint8_t index, uint16_t language, uint16_
 Setup SetConfigurationSetup(uint8_t value);
 Setup GetConfigurationSetup();
 
-}  // namespace pelarix::usbip::testing
+}  // namespace pelarix::usbip

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <thread>
 
-namespace pelarix::usbip::testing {
+namespace pelarix::usbip {
 
 namespace {
 
@@ -22,7 +22,8 @@ UsbipPath::~UsbipPath() {
   Stop();
 }
 
-bool UsbipPath::Start(const std::vector<std::string> &files, std::string *error,
+bool UsbipPath::Start(const std::string &registry, const std::string &dataDir,
+                      const std::vector<std::string> &names, std::string *error,
                       UsbipServerOptions options) {
   char pattern[] = "/tmp/pelarix-usbip-XXXXXX";
   if (mkdtemp(pattern) == nullptr) {
@@ -47,14 +48,15 @@ bool UsbipPath::Start(const std::vector<std::string> &files, std::string *error,
     return false;
   }
   setenv("PELARIX_HUB_DIR", hubDir_.c_str(), 1);
-  setenv("PELARIX_REGISTRY", PELARIX_DEMO_REGISTRY, 1);
+  setenv("PELARIX_REGISTRY", registry.c_str(), 1);
   if (!service_.Start(0, {}, kPumps, error)) {
     return false;
   }
   demo::Client client({});
-  for (const std::string &file : files) {
-    auto set = demo::ReadDescriptorFile(
-        std::string(PELARIX_TEST_DATA_DIR) + "/realdesc/" + file + ".bin", error);
+  for (const std::string &name : names) {
+    std::string file = dataDir;
+    file.append("/").append(name).append(".bin");
+    auto set = demo::ReadDescriptorFile(file, error);
     if (!set) {
       return false;
     }
@@ -63,13 +65,13 @@ bool UsbipPath::Start(const std::vector<std::string> &files, std::string *error,
     uint32_t plugNo = 0;
     const PelarixStatus status = service_.Offer(*devices_.back(), kClientVersion, false, &plugNo);
     if (status != Pelarix_Success) {
-      *error = file + ": offer ended with status " + std::to_string(status);
+      *error = name + ": offer ended with status " + std::to_string(status);
       return false;
     }
     plugNos_.push_back(plugNo);
   }
   if (!service_.WaitForPlugins(kPluginTime) ||
-      !server_->WaitForDevices(files.size(), kPluginTime)) {
+      !server_->WaitForDevices(names.size(), kPluginTime)) {
     *error = "the devices were not plugged in";
     return false;
   }
@@ -108,4 +110,4 @@ bool UsbipPath::WaitForLog(const std::string &text, int timeoutMs) const {
   return false;
 }
 
-}  // namespace pelarix::usbip::testing
+}  // namespace pelarix::usbip
