@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "socket_io.h"
+
 namespace pelarix::usbip {
 
 namespace {
@@ -53,15 +55,7 @@ void UsbipClient::Close() {
 }
 
 bool UsbipClient::SendRaw(const std::vector<uint8_t> &bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t sent = send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-    if (sent <= 0) {
-      return false;
-    }
-    done += static_cast<size_t>(sent);
-  }
-  return true;
+  return SendAll(fd_, bytes.data(), bytes.size());
 }
 
 bool UsbipClient::ReadExact(uint8_t *bytes, size_t length, int timeoutMs) {

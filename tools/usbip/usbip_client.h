@@ -16,17 +16,11 @@
 
 namespace pelarix::usbip {
 
-struct Reply {
+// A return as received: RET_SUBMIT's fields (RET_UNLINK's status), which
+// command it was, and its 48-byte header as it came.
+struct Reply : UrbReturn {
   uint32_t command = 0;
-  uint32_t seqnum = 0;
-  int32_t status = 0;
-  uint32_t actualLength = 0;
-  int32_t startFrame = 0;
-  int32_t packets = 0;
-  int32_t errorCount = 0;
-  std::vector<uint8_t> data;
-  std::vector<IsoPacket> iso;
-  std::vector<uint8_t> header;  // the 48 bytes as received
+  std::vector<uint8_t> header;
 };
 
 using Setup = std::array<uint8_t, 8>;

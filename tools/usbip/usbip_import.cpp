@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 
 #include "descriptor_set.h"
 #include "select_request.h"
+#include "socket_io.h"
 #include "urb_block.h"
 
 namespace pelarix::usbip {
@@ -51,26 +51,11 @@ UsbipImport::~UsbipImport() {
   writer_.join();
 }
 
-bool UsbipImport::ReadExact(uint8_t *bytes, size_t length) {
-  size_t done = 0;
-  while (done < length) {
-    const ssize_t got = recv(fd_, bytes + done, length - done, 0);
-    if (got < 0 && errno == EINTR) {
-      continue;
-    }
-    if (got <= 0) {
-      return false;
-    }
-    done += static_cast<size_t>(got);
-  }
-  return true;
-}
-
 std::string UsbipImport::Run() {
   std::string reason;
   while (reason.empty()) {
     uint8_t header[kUrbHeaderBytes] = {};
-    if (!ReadExact(header, sizeof header)) {
+    if (!ReceiveAll(fd_, header, sizeof header)) {
       reason = "connection closed";
       break;
     }
@@ -95,7 +80,7 @@ std::string UsbipImport::ReadIsoPackets(const UrbCommand &command,
     return "isochronous packet count " + std::to_string(command.packets);
   }
   std::vector<uint8_t> bytes(kIsoDescriptorBytes * static_cast<size_t>(command.packets));
-  if (!ReadExact(bytes.data(), bytes.size())) {
+  if (!ReceiveAll(fd_, bytes.data(), bytes.size())) {
     return "connection closed in a command";
   }
   for (size_t at = 0; at < bytes.size(); at += kIsoDescriptorBytes) {
@@ -131,7 +116,7 @@ std::string UsbipImport::Submit(const UrbCommand &command) {
   while (!request.in && out.size() < command.length) {
     const size_t at = out.size();
     out.resize(at + std::min<size_t>(command.length - at, kReadChunk));
-    if (!ReadExact(&out[at], out.size() - at)) {
+    if (!ReceiveAll(fd_, &out[at], out.size() - at)) {
       return "connection closed in a command";
     }
   }
@@ -264,19 +249,9 @@ void UsbipImport::Write() {
     const std::vector<uint8_t> bytes = std::move(outbox_.front());
     outbox_.pop_front();
     lock.unlock();
-    size_t done = 0;
-    while (done < bytes.size()) {
-      const ssize_t sent = send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-      if (sent < 0 && errno == EINTR) {
-        continue;
-      }
-      if (sent <= 0) {
-        break;
-      }
-      done += static_cast<size_t>(sent);
-    }
+    const bool sent = SendAll(fd_, bytes.data(), bytes.size());
     lock.lock();
-    if (done < bytes.size()) {
+    if (!sent) {
       // The client is gone: its reader ends on the shut-down socket.
       closing_ = true;
       shutdown(fd_, SHUT_RDWR);

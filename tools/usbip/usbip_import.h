@@ -60,7 +60,6 @@ class UsbipImport {
     bool unlinked = false;
   };
 
-  bool ReadExact(uint8_t *bytes, size_t length);
   std::string Submit(const UrbCommand &command);
   std::string Unlink(const UrbCommand &command);
   std::string ReadIsoPackets(const UrbCommand &command, std::vector<IsoPacket> *packets);

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "socket_io.h"
 #include "usbip_wire.h"
 
 namespace pelarix::usbip {
@@ -19,36 +20,6 @@ namespace pelarix::usbip {
 namespace {
 
 constexpr int kBacklog = 16;
-
-bool ReadAll(int fd, uint8_t *bytes, size_t length) {
-  size_t done = 0;
-  while (done < length) {
-    const ssize_t got = recv(fd, bytes + done, length - done, 0);
-    if (got < 0 && errno == EINTR) {
-      continue;
-    }
-    if (got <= 0) {
-      return false;
-    }
-    done += static_cast<size_t>(got);
-  }
-  return true;
-}
-
-bool SendAll(int fd, const std::vector<uint8_t> &bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t sent = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) {
-      continue;
-    }
-    if (sent <= 0) {
-      return false;
-    }
-    done += static_cast<size_t>(sent);
-  }
-  return true;
-}
 
 void SetReceiveTimeout(int fd, std::chrono::milliseconds timeout) {
   timeval limit{};
@@ -249,7 +220,7 @@ void UsbipServer::Serve(Connection *connection) {
 
 std::string UsbipServer::ServeOperation(int fd) {
   uint8_t header[kOpHeaderBytes] = {};
-  if (!ReadAll(fd, header, sizeof header)) {
+  if (!ReceiveAll(fd, header, sizeof header)) {
     return "no operation request";
   }
   const OpHeader request = ReadOpHeader(header);
@@ -273,13 +244,13 @@ std::string UsbipServer::ServeList(int fd) {
     const std::vector<uint8_t> record = DeviceRecordBytes(device, true);
     reply.insert(reply.end(), record.begin(), record.end());
   }
-  SendAll(fd, reply);
+  SendAll(fd, reply.data(), reply.size());
   return "listed " + std::to_string(devices.size()) + " devices";
 }
 
 std::string UsbipServer::ServeImport(int fd) {
   uint8_t busId[kBusIdBytes + 1] = {};
-  if (!ReadAll(fd, busId, kBusIdBytes)) {
+  if (!ReceiveAll(fd, busId, kBusIdBytes)) {
     return "import request cut short";
   }
   const std::string wanted(reinterpret_cast<const char *>(busId));
@@ -300,13 +271,13 @@ std::string UsbipServer::ServeImport(int fd) {
   }
   std::vector<uint8_t> reply = OpHeaderBytes(kOpReplyImport, status);
   if (status != kStatusOk) {
-    SendAll(fd, reply);
+    SendAll(fd, reply.data(), reply.size());
     return "import of " + wanted + " refused with status " + std::to_string(status);
   }
   const std::vector<uint8_t> record = DeviceRecordBytes(device, false);
   reply.insert(reply.end(), record.begin(), record.end());
   std::string end;
-  if (SendAll(fd, reply)) {
+  if (SendAll(fd, reply.data(), reply.size())) {
     SetReceiveTimeout(fd, std::chrono::milliseconds(0));  // commands come when they come
     Log("import of " + wanted + " (PlugNo " + std::to_string(device.plugNo) + ")");
     UsbipImport import(fd, device,

@@ -25,21 +25,15 @@ constexpr const char *kProgram = "pelarix-usbipd";
 constexpr const char *kUsage =
     "usage: pelarix-usbipd -d DIR [-n NAME] [--hub-version 0xMMMMmmmm] [-m MODE] [-g GROUP]\n"
     "                      [--listen ADDR:PORT]";
-constexpr const char *kHelp =
+constexpr const char *kAbout =
     "\n"
     "A virtual USB hub behind the Unix socket DIR/NAME, as pelarix-vhubd runs\n"
     "it, that also serves the devices plugged into it over USB/IP on TCP: a\n"
     "USB/IP host lists them (usbip list -r) and imports one (usbip attach),\n"
     "and every request of the imported device becomes an item of the hub.\n"
     "Serves until SIGINT or SIGTERM; logs on stderr, one line per event.\n"
-    "\n"
-    "  -d, --dir DIR             the socket's directory, made if missing\n"
-    "  -n, --name NAME           the socket's file name (default hub)\n"
-    "      --hub-version V       the hub version the library is told\n"
-    "                            (default 0x00020000)\n"
-    "  -m, --socket-mode MODE    the socket's permission bits, octal\n"
-    "                            (default 0660: owner and group may connect)\n"
-    "  -g, --socket-group GROUP  the socket's group, name or number\n"
+    "\n";
+constexpr const char *kOwnOptions =
     "      --listen ADDR:PORT    where USB/IP is served, an IPv4 address\n"
     "                            (default 127.0.0.1:3240)\n"
     "  -h, --help                this text\n"
@@ -80,7 +74,7 @@ int main(int argc, char **argv) {
       static_cast<int>(hubArguments.size() - 1), hubArguments.data());
   switch (command.action) {
     case VhubdCommand::Action::kHelp:
-      std::printf("%s\n%s", kUsage, kHelp);
+      std::printf("%s\n%s%s%s", kUsage, kAbout, pelarix::vhub::VhubdHubOptionsHelp(), kOwnOptions);
       return pelarix::vhub::kExitStopped;
     case VhubdCommand::Action::kVersion:
       std::puts("pelarix-usbipd " PELARIX_VERSION);

@@ -10,6 +10,18 @@
 namespace pelarix::vhub {
 namespace {
 
+// The hub's options in the help texts of both daemons.
+#define PELARIX_VHUBD_HUB_OPTIONS                                             \
+  "  -d, --dir DIR             the socket's directory, made if missing\n"     \
+  "  -n, --name NAME           the socket's file name (default hub)\n"        \
+  "      --hub-version V       the hub version the library is told\n"         \
+  "                            (default 0x00020000)\n"                        \
+  "  -m, --socket-mode MODE    the socket's permission bits, octal\n"         \
+  "                            (default 0660: owner and group may connect)\n" \
+  "  -g, --socket-group GROUP  the socket's group, name or number, so that\n" \
+  "                            a service of that group reaches a hub\n"       \
+  "                            started by another user\n"
+
 enum LongOnly : int { kHubVersion = 0x100 };
 
 constexpr option kOptions[] = {
@@ -123,6 +135,10 @@ const char *VhubdUsageLine() {
   return "usage: pelarix-vhubd -d DIR [-n NAME] [--hub-version 0xMMMMmmmm] [-m MODE] [-g GROUP]";
 }
 
+const char *VhubdHubOptionsHelp() {
+  return PELARIX_VHUBD_HUB_OPTIONS;
+}
+
 const char *VhubdHelpText() {
   return "usage: pelarix-vhubd -d DIR [-n NAME] [--hub-version 0xMMMMmmmm] [-m MODE] [-g GROUP]\n"
          "\n"
@@ -130,16 +146,7 @@ const char *VhubdHelpText() {
          "on the pelarix library without the kernel hub driver. Serves until SIGINT\n"
          "or SIGTERM; logs on stderr, one line per event: date and time, level\n"
          "(info, warning, error), text.\n"
-         "\n"
-         "  -d, --dir DIR             the socket's directory, made if missing\n"
-         "  -n, --name NAME           the socket's file name (default hub)\n"
-         "      --hub-version V       the hub version the library is told\n"
-         "                            (default 0x00020000)\n"
-         "  -m, --socket-mode MODE    the socket's permission bits, octal\n"
-         "                            (default 0660: owner and group may connect)\n"
-         "  -g, --socket-group GROUP  the socket's group, name or number, so that\n"
-         "                            a service of that group reaches a hub\n"
-         "                            started by another user\n"
+         "\n" PELARIX_VHUBD_HUB_OPTIONS
          "  -h, --help                this text\n"
          "  -V, --version             the program's version\n"
          "\n"

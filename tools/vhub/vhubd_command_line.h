@@ -28,6 +28,8 @@ inline constexpr int kDefaultSocketMode = 0660;
 
 VhubdCommand ParseVhubdCommandLine(int argc, char **argv);
 const char *VhubdHelpText();
+// The lines of the help text that tell the hub's options.
+const char *VhubdHubOptionsHelp();
 const char *VhubdUsageLine();
 
 }  // namespace pelarix::vhub

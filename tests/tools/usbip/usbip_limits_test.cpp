@@ -6,6 +6,21 @@
 namespace pelarix::usbip::testing {
 namespace {
 
+// The keyboard imported and configured, its interrupt endpoint held back
+// by the client: the function, to release.
+HeldBackFunction *HoldKeyboard(UsbipPath &path, UsbipClient &host, uint8_t *in) {
+  EXPECT_TRUE(host.Connect(path.Port()));
+  EXPECT_EQ(host.Import("1-1"), 0u);
+  const auto configured = host.Control(SetConfigurationSetup(path.Set(0).configs[0][5]), 0);
+  EXPECT_TRUE(configured && configured->status == 0);
+  *in = demo::FindEndpoint(demo::WalkInterfaces(path.Set(0).configs[0]).front(),
+                           demo::kInterruptEndpoint, true);
+  auto held = std::make_unique<HeldBackFunction>();
+  HeldBackFunction *function = held.get();
+  path.Device(0).Attach(std::move(held), {*in});
+  return function;
+}
+
 TEST(UsbipLimits, AConnectionThatSendsNoRequestIsClosedWhenItsTimeEnds) {
   UsbipPath path;
   std::string error;
@@ -43,15 +58,8 @@ TEST(UsbipLimits, SubmitsBeyondTheWaitingLimitDropTheConnection) {
   options.limits.maxOutstanding = 2;
   ASSERT_TRUE(Start(path, {"keyboard_holtek_04d9_1603"}, &error, options)) << error;
   UsbipClient host;
-  ASSERT_TRUE(host.Connect(path.Port()));
-  ASSERT_EQ(host.Import("1-1"), 0u);
-  const auto configured = host.Control(SetConfigurationSetup(path.Set(0).configs[0][5]), 0);
-  ASSERT_TRUE(configured && configured->status == 0);
-  const uint8_t in = demo::FindEndpoint(demo::WalkInterfaces(path.Set(0).configs[0]).front(),
-                                        demo::kInterruptEndpoint, true);
-  auto held = std::make_unique<HeldBackFunction>();
-  HeldBackFunction *function = held.get();
-  path.Device(0).Attach(std::move(held), {in});
+  uint8_t in = 0;
+  HeldBackFunction *function = HoldKeyboard(path, host, &in);
   for (int i = 0; i < 3; ++i) {
     host.Submit(in & 0x0F, true, {}, {}, 8);
   }
@@ -67,15 +75,8 @@ TEST(UsbipLimits, ASeqnumSubmittedAgainWhileItWaitsDropsTheConnection) {
   std::string error;
   ASSERT_TRUE(Start(path, {"keyboard_holtek_04d9_1603"}, &error)) << error;
   UsbipClient host;
-  ASSERT_TRUE(host.Connect(path.Port()));
-  ASSERT_EQ(host.Import("1-1"), 0u);
-  const auto configured = host.Control(SetConfigurationSetup(path.Set(0).configs[0][5]), 0);
-  ASSERT_TRUE(configured && configured->status == 0);
-  const uint8_t in = demo::FindEndpoint(demo::WalkInterfaces(path.Set(0).configs[0]).front(),
-                                        demo::kInterruptEndpoint, true);
-  auto held = std::make_unique<HeldBackFunction>();
-  HeldBackFunction *function = held.get();
-  path.Device(0).Attach(std::move(held), {in});
+  uint8_t in = 0;
+  HeldBackFunction *function = HoldKeyboard(path, host, &in);
   const uint32_t seqnum = host.Submit(in & 0x0F, true, {}, {}, 8);
   ASSERT_TRUE(function->WaitEntered(1));
   host.nextSeqnum = seqnum;

@@ -32,6 +32,15 @@ class UsbipMalformed : public ::testing::Test {
     ASSERT_EQ(bad.Import("1-2"), 0u);
   }
 
+  // A submit's header for the bad connection, the rest left to the case.
+  static UrbCommand BadSubmit(const UsbipClient &bad) {
+    UrbCommand command;
+    command.command = kCmdSubmit;
+    command.seqnum = 1;
+    command.devid = bad.devid;
+    return command;
+  }
+
   // The bad connection ends with this reason, and the good host goes on.
   void EndsWith(UsbipClient &bad, const std::string &reason) {
     EXPECT_TRUE(bad.WaitClosed());
@@ -79,10 +88,7 @@ TEST_F(UsbipMalformed, ATransferLengthBeyondTheLimitDropsThatConnection) {
 TEST_F(UsbipMalformed, ADirectionOrEndpointOutOfRangeDropsThatConnection) {
   UsbipClient bad;
   ImportKeyboard(bad);
-  UrbCommand command;
-  command.command = kCmdSubmit;
-  command.seqnum = 1;
-  command.devid = bad.devid;
+  UrbCommand command = BadSubmit(bad);
   command.direction = 2;
   bad.SendRaw(UrbCommandBytes(command));
   EndsWith(bad, "malformed submit");
@@ -91,10 +97,7 @@ TEST_F(UsbipMalformed, ADirectionOrEndpointOutOfRangeDropsThatConnection) {
 TEST_F(UsbipMalformed, APacketCountOutsideIsochronousDropsThatConnection) {
   UsbipClient bad;
   ImportKeyboard(bad);
-  UrbCommand command;
-  command.command = kCmdSubmit;
-  command.seqnum = 1;
-  command.devid = bad.devid;
+  UrbCommand command = BadSubmit(bad);
   command.direction = kDirectionIn;
   command.packets = 5;
   bad.SendRaw(UrbCommandBytes(command));
