@@ -70,7 +70,12 @@ std::string DecisionText(const ClientDecision &decision) {
   if (decision.kind == ClientDecision::Kind::kWhole) return "whole";
   std::string text = "split ";
   for (size_t i = 0; i < decision.interfaces.size(); ++i) {
-    text += (i == 0 ? "" : ",") + std::to_string(decision.interfaces[i]);
+    // Appended piece by piece: a temporary sum here trips GCC 12's
+    // overlap warning at -O3.
+    if (i != 0) {
+      text += ',';
+    }
+    text += std::to_string(decision.interfaces[i]);
   }
   return text;
 }

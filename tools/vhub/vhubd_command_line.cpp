@@ -36,7 +36,9 @@ constexpr option kOptions[] = {
 };
 
 bool ParseNumber(const char *text, int base, unsigned long limit, unsigned long *value) {
-  if (*text == 0 || *text == '-' || *text == '+') return false;
+  if (*text == 0 || *text == '-' || *text == '+') {
+    return false;
+  }
   char *end = nullptr;
   *value = std::strtoul(text, &end, base);
   return *end == 0 && *value <= limit;
@@ -52,7 +54,9 @@ bool ParseGroup(const char *text, int64_t *group) {
     return true;
   }
   unsigned long number = 0;
-  if (!ParseNumber(text, 10, 0x7FFFFFFEul, &number)) return false;
+  if (!ParseNumber(text, 10, 0x7FFFFFFEul, &number)) {
+    return false;
+  }
   *group = static_cast<int64_t>(number);
   return true;
 }
@@ -67,22 +71,26 @@ std::string ApplyOption(int option, const char *value, VhubdCommand *command) {
       return options.directory.empty() ? "--dir needs a directory" : "";
     case 'n':
       options.name = value;
-      if (options.name.empty() || options.name.find('/') != std::string::npos)
+      if (options.name.empty() || options.name.find('/') != std::string::npos) {
         return "--name needs a file name without '/'";
+      }
       return "";
     case kHubVersion:
-      if (!ParseNumber(value, 0, 0xFFFFFFFFul, &number))
+      if (!ParseNumber(value, 0, 0xFFFFFFFFul, &number)) {
         return std::string("--hub-version takes a 32-bit number such as 0x00020000, not ") + value;
+      }
       options.version = static_cast<uint32_t>(number);
       return "";
     case 'm':
-      if (!ParseNumber(value, 8, 07777ul, &number))
+      if (!ParseNumber(value, 8, 07777ul, &number)) {
         return std::string("--socket-mode takes octal permission bits such as 0660, not ") + value;
+      }
       options.socketMode = static_cast<int>(number);
       return "";
     case 'g':
-      if (!ParseGroup(value, &options.socketGroup))
+      if (!ParseGroup(value, &options.socketGroup)) {
         return std::string("--socket-group: no group ") + value;
+      }
       return "";
     case 'h':
       command->action = VhubdCommand::Action::kHelp;
@@ -102,7 +110,8 @@ VhubdCommand ParseVhubdCommandLine(int argc, char **argv) {
   command.options.socketMode = kDefaultSocketMode;
   opterr = 0;  // the messages are ours, the same on every C library
   optind = 0;  // a fresh scan, also for a second call in one process
-  for (int option; (option = getopt_long(argc, argv, ":d:n:m:g:hV", kOptions, nullptr)) != -1;) {
+  for (int option = 0;
+       (option = getopt_long(argc, argv, ":d:n:m:g:hV", kOptions, nullptr)) != -1;) {
     std::string wrong;
     if (option == '?') {
       wrong = optopt != 0 ? std::string("unknown option -") + static_cast<char>(optopt)
@@ -127,7 +136,9 @@ VhubdCommand ParseVhubdCommandLine(int argc, char **argv) {
   } else if (command.options.directory.empty()) {
     command.error = "--dir is required";
   }
-  if (!command.error.empty()) command.action = VhubdCommand::Action::kUsageError;
+  if (!command.error.empty()) {
+    command.action = VhubdCommand::Action::kUsageError;
+  }
   return command;
 }
 
