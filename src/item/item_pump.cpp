@@ -137,7 +137,10 @@ PelarixStatus FetchLongItem(PumpCall &call, uint32_t dataLength, uint32_t plugNo
   const uint8_t *oldRecord = call.record;
   const uint32_t whole = dataLength + kHubItemRecordHeaderBytes;
   AskForRoom(call, whole, gLibrary.lateItemAllocation != 0 ? plugNo : kNoPlugNo);
-  call.buffer = AllocateWithRoom(call, whole, kLongItemSpareBytes, false);
+  // Zero-filled: a hub whose second answer falls short leaves zeros, not a
+  // freed block's old bytes, in the item the caller forwards. (A large block
+  // comes zeroed from the system, so this costs nothing where it could.)
+  call.buffer = AllocateWithRoom(call, whole, kLongItemSpareBytes, true);
   if (call.buffer == nullptr) {
     call.buffer = oldBuffer;
     return Pelarix_OutOfMemory;

@@ -1,5 +1,8 @@
 // Hub answers the protocol rules out: the pump neither reads outside its
 // buffer nor allocates without bound, and answers what it refuses.
+#include <cstdlib>
+#include <cstring>
+
 #include "item_fixture.h"
 
 namespace pelarix {
@@ -75,6 +78,29 @@ TEST_F(ItemTest, SecondAnswerFillingItsWholeCapacityStaysInTheBuffer) {
             std::vector<uint8_t>(full.begin(), full.begin() + 600));
   EXPECT_EQ(Record(item)->suffixLength, 0u);
   EXPECT_EQ(Record(item)->bufferLength, 640u + 40);
+  EXPECT_EQ(Pelarix_CloseHandle(item), Pelarix_Success);
+}
+
+// The pump's buffer for a long item comes from malloc: a second answer
+// shorter than the data must not leave a freed block's old bytes in it. The
+// block of the buffer's size freed just before is what malloc hands out
+// again.
+TEST_F(ItemTest, ShortSecondAnswerLeavesNoStaleBytesInTheItem) {
+  Start();
+  Queue(0, Pattern(600));
+  const std::vector<uint8_t> part = Pattern(100, 5);
+  Model().InjectAnswer(IOCTL_HUB_GET_ITEM_BUFFER, Answer(part));
+  void *stale = std::malloc(680);
+  std::memset(stale, 0xAB, 680);
+  std::free(stale);
+  PelarixHandle item = Next();
+  PelarixItemInfo info{};
+  ASSERT_EQ(Pelarix_GetItemInfo(item, &info), Pelarix_Success);
+  ASSERT_EQ(info.dataLength, 600u);
+  const auto *data = static_cast<const uint8_t *>(info.data);
+  EXPECT_EQ(std::vector<uint8_t>(data, data + 100), part);
+  EXPECT_EQ(std::vector<uint8_t>(data + 100, data + 600), std::vector<uint8_t>(500, 0));
+  EXPECT_EQ(Record(item)->bufferLength, 680u);
   EXPECT_EQ(Pelarix_CloseHandle(item), Pelarix_Success);
 }
 
