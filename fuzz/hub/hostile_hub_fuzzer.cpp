@@ -22,6 +22,7 @@
 #include "frame/library_state.h"
 #include "hostile_hub.h"
 #include "pelarix.h"
+#include "sample_keyboard.h"
 
 namespace {
 
@@ -33,13 +34,8 @@ constexpr size_t kMaxItems = 8;
 constexpr int kMaxActions = 64;
 constexpr uint32_t kMaxCompletionBytes = 600;
 
-// A keyboard without strings, so that a plug-in needs nothing but the hub.
-constexpr uint8_t kDevice[18] = {0x12, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00, 0x40, 0x0f,
-                                 0x0e, 0x01, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x01};
-constexpr uint8_t kConfig[34] = {0x09, 0x02, 0x22, 0x00, 0x01, 0x01, 0x00, 0xa0, 0x32,
-                                 0x09, 0x04, 0x00, 0x00, 0x01, 0x03, 0x01, 0x01, 0x00,
-                                 0x09, 0x21, 0x11, 0x01, 0x00, 0x01, 0x22, 0x3f, 0x00,
-                                 0x07, 0x05, 0x81, 0x03, 0x08, 0x00, 0x0a};
+constexpr const uint8_t *kDevice = pelarix::vhub::kSampleKeyboardDevice;
+constexpr const uint8_t *kConfig = pelarix::vhub::kSampleKeyboardConfig;
 
 // Walks every message to its end, so that a line formatted from the hub's
 // values is read whole.

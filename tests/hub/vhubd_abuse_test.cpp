@@ -40,7 +40,7 @@ constexpr int kCrowd = 300;
 constexpr size_t kSilentClients = 64;
 // What the daemon may grow by over the run: its answers and frames are
 // small, so anything near this is memory kept per connection.
-constexpr long kRssGrowthLimitKb = 32 * 1024;
+constexpr long kRssGrowthLimitKb = 32L * 1024;
 
 // The resident size of a process in KiB, or -1.
 long ResidentKb(pid_t pid) {

@@ -30,7 +30,7 @@ using namespace pelarix;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr long kRssMarginKb = 8 * 1024;
+constexpr long kRssMarginKb = 8L * 1024;
 
 // The library's lines the run counts: items it dropped because their device
 // was no longer plugged in, and failures, the first few of which it shows.

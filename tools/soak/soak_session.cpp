@@ -2,6 +2,8 @@
 
 #include <chrono>
 
+#include "sample_keyboard.h"
+
 namespace pelarix::soak {
 namespace {
 
@@ -12,13 +14,8 @@ constexpr size_t kMaxQueued = 32;
 constexpr uint32_t kFailedStatus = 0xC0000001;
 constexpr uint32_t kNoCompletionNotice = 2;
 
-// A boot keyboard without strings: a plug-in needs nothing but the hub.
-constexpr uint8_t kDevice[18] = {0x12, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00, 0x40, 0x0f,
-                                 0x0e, 0x01, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x01};
-constexpr uint8_t kConfig[34] = {0x09, 0x02, 0x22, 0x00, 0x01, 0x01, 0x00, 0xa0, 0x32,
-                                 0x09, 0x04, 0x00, 0x00, 0x01, 0x03, 0x01, 0x01, 0x00,
-                                 0x09, 0x21, 0x11, 0x01, 0x00, 0x01, 0x22, 0x3f, 0x00,
-                                 0x07, 0x05, 0x81, 0x03, 0x08, 0x00, 0x0a};
+constexpr const uint8_t *kDevice = vhub::kSampleKeyboardDevice;
+constexpr const uint8_t *kConfig = vhub::kSampleKeyboardConfig;
 
 uint32_t Below(std::mt19937 &random, uint32_t bound) {
   return static_cast<uint32_t>(random() % bound);
@@ -109,7 +106,7 @@ void SoakSession::Finish() {
 }
 
 void SoakSession::Pump(uint32_t index) {
-  std::mt19937 random(seed_ * 31 + index);
+  std::mt19937 random(uint64_t{seed_} * 31 + index);
   for (;;) {
     PelarixHandle item = nullptr;
     const PelarixStatus status = Pelarix_GetNextItem(session_, &item);
@@ -170,7 +167,7 @@ void SoakSession::HandleItem(PelarixHandle item, std::mt19937 &random) {
 // Takes parked items back by id; an item whose device was unplugged in the
 // meantime is gone (its parking reference went with the unplug).
 void SoakSession::Unpark() {
-  std::mt19937 random(seed_ * 37);
+  std::mt19937 random(uint64_t{seed_} * 37);
   for (;;) {
     uint32_t id = 0;
     {
@@ -202,7 +199,7 @@ void SoakSession::Unpark() {
 // device's handle is closed at the session's end, once no pump holds an
 // item of it.
 void SoakSession::Devices() {
-  std::mt19937 random(seed_ * 41);
+  std::mt19937 random(uint64_t{seed_} * 41);
   while (!stopping_) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1 + Below(random, 5)));
     size_t plugged = 0;
@@ -251,7 +248,7 @@ void SoakSession::UnplugOne(std::mt19937 &random) {
 // The hub's side: items for the devices it has plugged in, a bounded number
 // waiting at a time.
 void SoakSession::Raise() {
-  std::mt19937 random(seed_ * 43);
+  std::mt19937 random(uint64_t{seed_} * 43);
   while (!stopping_) {
     const std::vector<uint32_t> plugNos = hub_.PluggedDevices();
     if (plugNos.empty() || hub_.QueuedItems() >= kMaxQueued) {
