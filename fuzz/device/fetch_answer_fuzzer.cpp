@@ -13,6 +13,7 @@
 #include "frame/handle.h"
 #include "frame/record_pool.h"
 #include "item/item.h"
+#include "item/item_completion.h"
 #include "platform/platform.h"
 
 namespace {
@@ -50,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   device->fetchComplete = CompleteStringDescriptorItem;
   PelarixItem *item = NewItemRecord(device);
   item->flags = kItemInternal;
-  CompleteStringDescriptorItem(item, status, length, withData ? answer : nullptr);
+  CompleteItemInternal(item, status, length, withData ? answer : nullptr);
 
   const uint8_t *stored = StringStoreFind(device->stringStore, kIndex, kEnglishUs);
   if (stored != nullptr) {

@@ -24,9 +24,10 @@ enum DeviceState : uint32_t {
 };
 
 // The two steps of a string fetch that run outside the deferred thread: the
-// pump making the fetch's item, and the completion of that item.
+// pump making the fetch's item, and the completion of that item. The
+// completion is told whether the item was parked when it was answered.
 using FetchGetItem = PelarixStatus (*)(PelarixDevice *device, PelarixItem **item);
-using FetchComplete = void (*)(PelarixItem *item, uint32_t status, uint32_t length,
+using FetchComplete = void (*)(PelarixItem *item, bool wasParked, uint32_t status, uint32_t length,
                                const void *data);
 
 // The language of the serial number and product strings, at plug-in and

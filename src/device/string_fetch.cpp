@@ -183,27 +183,17 @@ PelarixStatus BuildStringDescriptorItem(PelarixDevice *device, PelarixItem **ite
   return status;
 }
 
-void CompleteStringDescriptorItem(PelarixItem *item, uint32_t status, uint32_t length,
-                                  const void *data) {
+void CompleteStringDescriptorItem(PelarixItem *item, bool wasParked, uint32_t status,
+                                  uint32_t length, const void *data) {
   PelarixDevice *device = DeviceOf(item);
-  // Lock order exception: the item's lock, then its device's lock, against
-  // the library's order (device before item). Every caller already holds the
-  // item's lock (the completion exports, DestroyItem), and the fetch fields
-  // and the string store need the device's. An unplug that walks the
-  // device's items at the same moment can be held up by this; that gap is
-  // accepted.
-  platform::EnterLock(&item->lock);
   platform::EnterLock(&device->lock);
-  if (device->fetchComplete == nullptr) {
-    // The fetch this item was made for has ended already.
-    item->state = kItemCompleted;
-  } else {
+  // With no fetch completion set, the fetch this item was made for has ended
+  // already.
+  if (device->fetchComplete != nullptr) {
     const PelarixStatus result =
-        item->state != kItemOpen
-            ? Pelarix_InvalidState  // it was parked
-            : StoreAnswer(device, status, length, static_cast<const uint8_t *>(data));
+        wasParked ? Pelarix_InvalidState
+                  : StoreAnswer(device, status, length, static_cast<const uint8_t *>(data));
     device->fetchStatus = result;
-    item->state = kItemCompleted;
     if (result != Pelarix_InvalidState) {
       LogMessage(kLogLifecycle,
                  u"Complete get string descriptor item, Item Id: %d, index: %d, language: 0x%x, "
@@ -214,7 +204,6 @@ void CompleteStringDescriptorItem(PelarixItem *item, uint32_t status, uint32_t l
     platform::SetEvent(device->deferredEvent);
   }
   platform::LeaveLock(&device->lock);
-  platform::LeaveLock(&item->lock);
 }
 
 void WithdrawFetch(PelarixDevice *device) {

@@ -23,9 +23,11 @@ PelarixStatus BuildStringDescriptorItem(PelarixDevice *device, PelarixItem **ite
 
 // The value of fetchComplete: takes the answer of a fetch item in, stores
 // its string and lets the deferred thread go on. Runs on the completing
-// thread, with the item's lock held.
-void CompleteStringDescriptorItem(PelarixItem *item, uint32_t status, uint32_t length,
-                                  const void *data);
+// thread after the item has been marked completed under its own lock, and
+// without that lock: it takes the device's lock, and the library's order is
+// device before item.
+void CompleteStringDescriptorItem(PelarixItem *item, bool wasParked, uint32_t status,
+                                  uint32_t length, const void *data);
 
 // Forgets whatever fetch is still announced or under way. The deferred
 // thread calls it as it ends, so that no item is made or answered for a

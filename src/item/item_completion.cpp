@@ -43,50 +43,60 @@ PelarixStatus SendCompletion(PelarixItem *item, uint32_t status, uint32_t length
   return result;
 }
 
-// A fetch item goes to its device's fetch completion. With none set, the
-// fetch this item was made for has ended already (after a stop, an earlier
-// fetch item's completion can end a later fetch): the item is only marked
-// completed.
-void CompleteFetchItem(PelarixItem *item, uint32_t status, uint32_t length, const void *data) {
+// A fetch item is marked completed under its own lock, and tells whether it
+// was parked then; its answer goes to the fetch afterwards, outside that lock.
+bool ClaimFetchItem(PelarixItem *item) {
+  const bool wasParked = item->state == kItemParked;
+  item->state = kItemCompleted;
+  return wasParked;
+}
+
+// With no fetch completion set, the fetch this item was made for has ended
+// already (after a stop, an earlier fetch item's completion can end a later
+// fetch): the item being marked completed is all there is to it.
+void CompleteFetchItem(PelarixItem *item, bool wasParked, uint32_t status, uint32_t length,
+                       const void *data) {
   const FetchComplete complete =
       std::atomic_ref<FetchComplete>(DeviceOf(item)->fetchComplete).load();
-  if (complete == nullptr) {
-    item->state = kItemCompleted;
+  if (complete != nullptr) complete(item, wasParked, status, length, data);
+}
+
+// A raw completion record of a fetch item: its status, data length and data.
+// A record too short for its header carries no status to read, so the fetch
+// counts as unanswered; the data length is the record's, but never more than
+// the record holds.
+void CompleteFetchRaw(PelarixItem *item, bool wasParked, uint32_t length, const uint8_t *record) {
+  if (length < kHubCompleteRecordHeaderBytes) {
+    CompleteFetchItem(item, wasParked, kHubCompleteUnserved, 0, nullptr);
     return;
   }
-  complete(item, status, length, data);
+  const HubCompleteRecord header = ReadHubCompleteRecord(record);
+  const uint32_t held = length - kHubCompleteRecordHeaderBytes;
+  CompleteFetchItem(item, wasParked, header.status,
+                    header.dataLength < held ? header.dataLength : held,
+                    record + kHubCompleteRecordHeaderBytes);
 }
 
 }  // namespace
 
-void CompleteFetchRaw(PelarixItem *item, uint32_t length, const uint8_t *record) {
-  // A record too short for its header carries no status to read: the fetch
-  // counts as unanswered.
-  if (length < kHubCompleteRecordHeaderBytes) {
-    CompleteFetchItem(item, kHubCompleteUnserved, 0, nullptr);
-    return;
-  }
-  // The data length is the record's, but never more than the record holds.
-  const HubCompleteRecord header = ReadHubCompleteRecord(record);
-  const uint32_t held = length - kHubCompleteRecordHeaderBytes;
-  CompleteFetchItem(item, header.status, header.dataLength < held ? header.dataLength : held,
-                    record + kHubCompleteRecordHeaderBytes);
-}
-
 PelarixStatus CompleteItemInternal(PelarixItem *item, uint32_t status, uint32_t length,
                                    const void *data) {
   PelarixStatus result = Pelarix_Success;
+  bool fetch = false;
+  bool wasParked = false;
   platform::EnterLock(&item->lock);
   if (item->state == kItemCompleted) {
     // A second completion is harmless.
   } else if ((item->flags & kItemInternal) != 0) {
     // What becomes of a fetch is the deferred thread's business.
-    CompleteFetchItem(item, status, length, data);
+    fetch = true;
+    wasParked = ClaimFetchItem(item);
   } else {
     result = SendCompletion(item, status, length, data);
     if (result == Pelarix_Success) item->state = kItemCompleted;
   }
   platform::LeaveLock(&item->lock);
+  if (fetch) CompleteFetchItem(item, wasParked, status, length, data);
   LogMessage(kLogTraffic, u"Complete item, handle: %p, PlugNo: %d, Item Id: %d, status: 0x%x", item,
              DeviceOf(item)->plugNo, item->itemId, result);
   return result;
@@ -130,6 +140,8 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CompleteItemRaw(PelarixHandle han
     result = Pelarix_InvalidHandle;
   } else {
     auto *item = static_cast<PelarixItem *>(handle);
+    bool fetch = false;
+    bool wasParked = false;
     platform::EnterLock(&item->lock);
     if (item->state == kItemCompleted) {
       // nothing more to send
@@ -137,12 +149,14 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CompleteItemRaw(PelarixHandle han
       // There is no record to send or to read a status from.
       result = Pelarix_InvalidParameter;
     } else if ((item->flags & kItemInternal) != 0) {
-      CompleteFetchRaw(item, length, static_cast<const uint8_t *>(record));
+      fetch = true;
+      wasParked = ClaimFetchItem(item);
     } else {
       result = HubCompleteItem(SessionOf(DeviceOf(item))->hubHandle, item, record, length);
       if (result == Pelarix_Success) item->state = kItemCompleted;
     }
     platform::LeaveLock(&item->lock);
+    if (fetch) CompleteFetchRaw(item, wasParked, length, static_cast<const uint8_t *>(record));
   }
   LogMessage(kLogTraffic, u"Complete item (raw), handle: %d, status: 0x%x", DecimalHandle(handle),
              result);

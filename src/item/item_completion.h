@@ -11,15 +11,12 @@
 namespace pelarix {
 
 // Completes an item that is not completed yet: a fetch item through its
-// device's fetch completion, any other by a HubCompleteRecord of status and
+// device's fetch completion (taken with neither the item's lock nor the
+// device's held by the caller), any other by a HubCompleteRecord of status and
 // length bytes of data (zeros where data is null). A failed request leaves
 // the item as it was, so that a later close tries again.
 PelarixStatus CompleteItemInternal(PelarixItem *item, uint32_t status, uint32_t length,
                                    const void *data);
-
-// Hands a caller's raw completion record of a fetch item to its device's
-// fetch completion: the record's status, data length and data.
-void CompleteFetchRaw(PelarixItem *item, uint32_t length, const uint8_t *record);
 
 // Answers an item the library will not hand out with 0xFFFFFFFF and no data.
 // The result is not looked at and nothing is logged.

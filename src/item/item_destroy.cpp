@@ -25,12 +25,14 @@ bool UnlinkItem(PelarixDevice *device, PelarixItem *item) {
 
 void DestroyItem(PelarixItem *item) {
   platform::EnterLock(&item->lock);
-  // The hub never waits on an item the caller dropped.
   const bool open = item->state == kItemOpen || item->state == kItemParked;
+  platform::LeaveLock(&item->lock);
+  // The hub never waits on an item the caller dropped. The completion takes
+  // the item's lock itself: a fetch item's completion takes its device's
+  // lock after the item's is left.
   if (open && (item->flags & kItemNoCompletion) == 0) {
     CompleteItemInternal(item, kHubCompleteUnserved, 0, nullptr);
   }
-  platform::LeaveLock(&item->lock);
   PelarixDevice *device = DeviceOf(item);
   const bool lastItem = UnlinkItem(device, item);
   std::free(item->buffer);

@@ -18,18 +18,20 @@ struct FetchSeen {
   int getCalls = 0;
   bool fail = false;
   int completeCalls = 0;
+  bool wasParked = false;
   uint32_t status = 0;
   uint32_t length = 0;
   const void *data = nullptr;
 };
 FetchSeen gSeen;
 
-void StubComplete(PelarixItem *item, uint32_t status, uint32_t length, const void *data) {
+void StubComplete(PelarixItem *item, bool wasParked, uint32_t status, uint32_t length,
+                  const void *data) {
   ++gSeen.completeCalls;
+  gSeen.wasParked = wasParked;
   gSeen.status = status;
   gSeen.length = length;
   gSeen.data = data;
-  item->state = kItemCompleted;
   DeviceOf(item)->fetchComplete = nullptr;
 }
 
