@@ -18,13 +18,12 @@ class ControlsText {
   // `length` bytes at `offset`, as far as they lie inside the buffer.
   ControlsText(const DescriptorView &d, size_t offset, uint32_t length) {
     const size_t inside = d.Clip(offset, length);
-    text_[0] = '\0';
     HexText(d.PointerAt(offset), static_cast<uint32_t>(inside), text_, sizeof text_);
   }
   const char *Text() const { return text_; }
 
  private:
-  char text_[2048];
+  char text_[2048] = {};
 };
 
 void Heading(const DescriptorView &d, const char *heading) {
@@ -275,10 +274,18 @@ void DumpAudioEndpoint(const DescriptorView &d) {
 void DumpAudioDescriptor(uint8_t interfaceSubClass, const DescriptorView &d) {
   // The feature unit's length mismatch is an error line, so nothing is to
   // be written only when even errors don't reach the hook.
-  if (!UsbConfigLogWanted(kUsbLogError)) return;
-  if (d.Type() == kDescCsEndpoint) return DumpAudioEndpoint(d);
-  if (interfaceSubClass == kAudioControlSubClass) return DumpControl(d);
-  if (interfaceSubClass == kAudioStreamingSubClass) return DumpStreaming(d);
+  if (!UsbConfigLogWanted(kUsbLogError)) {
+    return;
+  }
+  if (d.Type() == kDescCsEndpoint) {
+    return DumpAudioEndpoint(d);
+  }
+  if (interfaceSubClass == kAudioControlSubClass) {
+    return DumpControl(d);
+  }
+  if (interfaceSubClass == kAudioStreamingSubClass) {
+    return DumpStreaming(d);
+  }
 }
 
 }  // namespace ordo::usb

@@ -10,7 +10,9 @@ void LogDescriptorHex(uint32_t level, const DescriptorView &descriptor, const ch
 }
 
 void DumpConfigurationDescriptor(const DescriptorView &d) {
-  if (!UsbConfigLogWanted(kUsbLogDetail)) return;
+  if (!UsbConfigLogWanted(kUsbLogDetail)) {
+    return;
+  }
   const char *p = kIndent2;
   UsbConfigLog(kUsbLogDetail, "Configuration Descriptor:");
   LogDescriptorHex(kUsbLogDetail, d, nullptr);
@@ -25,7 +27,9 @@ void DumpConfigurationDescriptor(const DescriptorView &d) {
 }
 
 void DumpInterfaceDescriptor(const DescriptorView &d) {
-  if (!UsbConfigLogWanted(kUsbLogDetail)) return;
+  if (!UsbConfigLogWanted(kUsbLogDetail)) {
+    return;
+  }
   const char *p = kIndent4;
   UsbConfigLog(kUsbLogDetail, "%sInterface Descriptor:", kIndent2);
   LogDescriptorHex(kUsbLogDetail, d, kIndent2);
@@ -41,7 +45,9 @@ void DumpInterfaceDescriptor(const DescriptorView &d) {
 }
 
 void DumpAssociationDescriptor(const DescriptorView &d) {
-  if (!UsbConfigLogWanted(kUsbLogDetail)) return;
+  if (!UsbConfigLogWanted(kUsbLogDetail)) {
+    return;
+  }
   const char *p = kIndent4;
   UsbConfigLog(kUsbLogDetail, "%sInterface Association Descriptor:", kIndent2);
   LogDescriptorHex(kUsbLogDetail, d, kIndent2);
@@ -56,7 +62,9 @@ void DumpAssociationDescriptor(const DescriptorView &d) {
 }
 
 void DumpPipeDescriptor(const DescriptorView &d) {
-  if (!UsbConfigLogWanted(kUsbLogDetail)) return;
+  if (!UsbConfigLogWanted(kUsbLogDetail)) {
+    return;
+  }
   const char *p = kIndent6;
   const uint8_t address = d.Byte(2);
   UsbConfigLog(kUsbLogDetail, "%sPipe Descriptor:", kIndent4);
@@ -71,7 +79,9 @@ void DumpPipeDescriptor(const DescriptorView &d) {
 }
 
 void DumpUnionDescriptor(const DescriptorView &d) {
-  if (!UsbConfigLogWanted(kUsbLogDetail)) return;
+  if (!UsbConfigLogWanted(kUsbLogDetail)) {
+    return;
+  }
   const char *p = kIndent6;
   UsbConfigLog(kUsbLogDetail, "%sUnion Funtion Descriptor:", kIndent4);
   LogDescriptorHex(kUsbLogDetail, d, kIndent4);
@@ -81,7 +91,9 @@ void DumpUnionDescriptor(const DescriptorView &d) {
 }
 
 void DumpHidDescriptor(const DescriptorView &d) {
-  if (!UsbConfigLogWanted(kUsbLogDetail)) return;
+  if (!UsbConfigLogWanted(kUsbLogDetail)) {
+    return;
+  }
   const char *p = kIndent6;
   UsbConfigLog(kUsbLogDetail, "%sHID Descriptor:", kIndent4);
   LogDescriptorHex(kUsbLogDetail, d, kIndent4);
@@ -90,7 +102,9 @@ void DumpHidDescriptor(const DescriptorView &d) {
 }
 
 void DumpVideoDescriptor(const DescriptorView &d) {
-  if (!UsbConfigLogWanted(kUsbLogDetail)) return;
+  if (!UsbConfigLogWanted(kUsbLogDetail)) {
+    return;
+  }
   UsbConfigLog(kUsbLogDetail, "%sVideo Interface Descriptor:", kIndent2);
   LogDescriptorHex(kUsbLogDetail, d, kIndent2);
 }

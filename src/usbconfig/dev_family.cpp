@@ -81,7 +81,9 @@ const std::map<std::string, DevFamily> &FamiliesByName() {
   static const std::map<std::string, DevFamily> families = [] {
     std::map<std::string, DevFamily> table;
     for (const auto &[bit, name] : FamilyNames()) {
-      if (bit != 0) table[name] = DevFamily{bit, kSubFamilyUnknown};
+      if (bit != 0) {
+        table[name] = DevFamily{bit, kSubFamilyUnknown};
+      }
     }
     table["keyboard"] = DevFamily{kFamilyHid, kSubFamilyKeyboard};
     table["mouse"] = DevFamily{kFamilyHid, kSubFamilyMouse};
@@ -100,16 +102,26 @@ std::string NameIn(const std::map<uint32_t, std::string> &table, uint32_t bit) {
 // The HID sub-families in name order; true when one was named.
 bool AddHidSubFamilies(uint32_t sub, std::vector<std::string> &names) {
   const size_t before = names.size();
-  if (sub & kSubFamilyKeyboard) names.emplace_back("keyboard");
-  if (sub & kSubFamilyMouse) names.emplace_back("mouse");
+  if (sub & kSubFamilyKeyboard) {
+    names.emplace_back("keyboard");
+  }
+  if (sub & kSubFamilyMouse) {
+    names.emplace_back("mouse");
+  }
   return names.size() != before;
 }
 
 void AddAudioNames(DevFamily family, bool withAudioParent, std::vector<std::string> &names) {
   const bool directional = (family.sub & (kSubFamilyAudioIn | kSubFamilyAudioOut)) != 0;
-  if (!directional || withAudioParent) names.emplace_back("audio");
-  if (family.sub & kSubFamilyAudioIn) names.emplace_back("audio-in");
-  if (family.sub & kSubFamilyAudioOut) names.emplace_back("audio-out");
+  if (!directional || withAudioParent) {
+    names.emplace_back("audio");
+  }
+  if (family.sub & kSubFamilyAudioIn) {
+    names.emplace_back("audio-in");
+  }
+  if (family.sub & kSubFamilyAudioOut) {
+    names.emplace_back("audio-out");
+  }
 }
 
 // The families that follow the HID ones, each by its own bit, rising.
@@ -144,32 +156,54 @@ DevFamily NamesToFamily(const std::vector<std::string> &names) {
   DevFamily family{0, 0};
   for (const std::string &name : names) {
     const auto found = FamiliesByName().find(name);
-    if (found == FamiliesByName().end()) continue;
+    if (found == FamiliesByName().end()) {
+      continue;
+    }
     family.base |= found->second.base;
     family.sub |= found->second.sub;
   }
-  if (family.base == 0) family.base = kFamilyUnknown;
-  if (family.sub == 0) family.sub = kSubFamilyUnknown;
+  if (family.base == 0) {
+    family.base = kFamilyUnknown;
+  }
+  if (family.sub == 0) {
+    family.sub = kSubFamilyUnknown;
+  }
   return family;
 }
 
 std::vector<std::string> FamilyToNames(DevFamily family, bool withAudioParent) {
   std::vector<std::string> names;
-  if (family.base & kFamilyVendor) names.emplace_back("vendor");
-  if (family.base & kFamilyUnknown) names.emplace_back("unknown");
-  if (family.base & kFamilyOther) names.emplace_back("other");
-  if (family.base & kFamilyAudio) AddAudioNames(family, withAudioParent, names);
-  if (family.base & kFamilyComm) names.emplace_back("comm");
+  if (family.base & kFamilyVendor) {
+    names.emplace_back("vendor");
+  }
+  if (family.base & kFamilyUnknown) {
+    names.emplace_back("unknown");
+  }
+  if (family.base & kFamilyOther) {
+    names.emplace_back("other");
+  }
+  if (family.base & kFamilyAudio) {
+    AddAudioNames(family, withAudioParent, names);
+  }
+  if (family.base & kFamilyComm) {
+    names.emplace_back("comm");
+  }
   if (family.base & kFamilyHid) {
     if (!AddHidSubFamilies(family.sub, names)) {
       names.emplace_back("hid");
-      if (family.base & kFamilyHidBootable) names.emplace_back("hid-bootable");
+      if (family.base & kFamilyHidBootable) {
+        names.emplace_back("hid-bootable");
+      }
     }
   } else if (family.base & kFamilyHidBootable) {
-    if (!AddHidSubFamilies(family.sub, names)) names.emplace_back("hid-bootable");
+    if (!AddHidSubFamilies(family.sub, names)) {
+      names.emplace_back("hid-bootable");
+    }
   }
   for (uint32_t bit : kPlainFamilies) {
-    if (family.base & bit) names.push_back(FamilyNameOf(bit));
+    if (family.base & bit) {
+      names.push_back(FamilyNameOf(bit));
+    }
   }
   return names;
 }
@@ -177,7 +211,9 @@ std::vector<std::string> FamilyToNames(DevFamily family, bool withAudioParent) {
 std::string FamilyToString(DevFamily family) {
   std::string text;
   for (const std::string &name : FamilyToNames(family, true)) {
-    if (!text.empty()) text += ',';
+    if (!text.empty()) {
+      text += ',';
+    }
     text += name;
   }
   return text;

@@ -35,7 +35,9 @@ void LookupDeducedFamily(const uint8_t *deviceDescriptor, uint32_t &family) {
   }
   UsbConfigLog(kUsbLogInformation, "LookupDeducedFamily(): found %x", found->second);
   // "unknown" tells nothing beyond "vendor".
-  if (found->second != kFamilyUnknown) family = found->second;
+  if (found->second != kFamilyUnknown) {
+    family = found->second;
+  }
 }
 
 void DeduceDeviceFamily(const uint8_t *deviceDescriptor) {

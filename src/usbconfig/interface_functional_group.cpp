@@ -82,18 +82,18 @@ void UsbDeviceConfig::InterfaceFunctionalGroup::GroupByAdjacency(const Interface
   uint8_t previousClass = 0;
   for (size_t i = 0; i < interfaces.size(); ++i) {
     Interface *interface = interfaces[i].get();
-    const uint8_t interfaceClass = interface->GetClass();
     if (interface->GetAlternateSetting() != 0) {
-      groups_[key].push_back(interface);
-    } else if (i == 0) {
-      previousClass = interfaceClass;
-      groups_[key].push_back(interface);
-    } else if (interfaceClass == kAudioClass && previousClass == kAudioClass) {
-      groups_[key].push_back(interface);
-    } else {
-      groups_[++key].push_back(interface);
-      previousClass = interfaceClass;
+      groups_[key].push_back(interface);  // stays with the setting before it
+      continue;
     }
+    // Adjacent audio interfaces make one function; any other class starts one.
+    const uint8_t interfaceClass = interface->GetClass();
+    const bool continuesAudio = interfaceClass == kAudioClass && previousClass == kAudioClass;
+    if (i > 0 && !continuesAudio) {
+      ++key;
+    }
+    previousClass = interfaceClass;
+    groups_[key].push_back(interface);
   }
 }
 
@@ -118,7 +118,9 @@ std::vector<uint8_t> UsbDeviceConfig::InterfaceFunctionalGroup::GetGroupMembers(
     int32_t groupOrdinal) const {
   const auto counting = CountingGroups();
   std::vector<uint8_t> numbers;
-  if (groupOrdinal < 0 || groupOrdinal >= static_cast<int32_t>(counting.size())) return numbers;
+  if (groupOrdinal < 0 || groupOrdinal >= static_cast<int32_t>(counting.size())) {
+    return numbers;
+  }
   for (const Interface *member : *counting[static_cast<size_t>(groupOrdinal)].members) {
     if (member->GetAlternateSetting() == 0) {
       numbers.push_back(static_cast<uint8_t>(member->GetNumber()));
@@ -151,15 +153,23 @@ int32_t UsbDeviceConfig::InterfaceFunctionalGroup::GetGroupOfInterface(uint32_t 
 // By key, whatever the number of members.
 DevFamily UsbDeviceConfig::InterfaceFunctionalGroup::GetGroupFamily(uint32_t groupKey) const {
   const auto found = groups_.find(static_cast<int32_t>(groupKey));
-  if (found == groups_.end()) return kUnknownFamily;
+  if (found == groups_.end()) {
+    return kUnknownFamily;
+  }
   DevFamily family{0, 0};
   for (const Interface *member : found->second) {
     const DevFamily one = member->GetFamily();
     family.base |= one.base;
-    if (one.sub != kSubFamilyUnknown) family.sub |= one.sub;
+    if (one.sub != kSubFamilyUnknown) {
+      family.sub |= one.sub;
+    }
   }
-  if (family.sub == 0) family.sub = kSubFamilyUnknown;
-  if (family.base == 0) family.base = kFamilyUnknown;
+  if (family.sub == 0) {
+    family.sub = kSubFamilyUnknown;
+  }
+  if (family.base == 0) {
+    family.base = kFamilyUnknown;
+  }
   return family;
 }
 

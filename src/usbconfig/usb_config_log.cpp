@@ -27,7 +27,9 @@ bool UsbConfigLogWanted(uint32_t level) {
 
 void UsbConfigLog(uint32_t level, const char *format, ...) {
   const LogHook hook = modelLog.Wanted(level);
-  if (hook == nullptr) return;
+  if (hook == nullptr) {
+    return;
+  }
   va_list args;
   va_start(args, format);
   hook(level, format, args);
@@ -36,7 +38,9 @@ void UsbConfigLog(uint32_t level, const char *format, ...) {
 
 void UsbConfigLogHex(uint32_t level, const uint8_t *bytes, uint32_t length, const char *prefix) {
   const LogHook hook = modelLog.Wanted(level);
-  if (hook == nullptr || bytes == nullptr || length == 0) return;
+  if (hook == nullptr || bytes == nullptr || length == 0) {
+    return;
+  }
   char text[kHexLogBufferSize];
   HexText(bytes, length, text, sizeof text);
   if (prefix != nullptr) {

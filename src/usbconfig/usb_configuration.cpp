@@ -35,18 +35,26 @@ bool IsVideoFunction(const UsbDeviceConfig::InterfaceAssociation &association) {
 template <typename T>
 std::unique_ptr<T> CreateOrLog() {
   std::unique_ptr<T> object(new (std::nothrow) T);
-  if (!object) UsbConfigLog(kUsbLogError, "Out of memory");
+  if (!object) {
+    UsbConfigLog(kUsbLogError, "Out of memory");
+  }
   return object;
 }
 
 }  // namespace
 
 UsbDeviceConfig::Configuration::~Configuration() {
-  for (auto &interface : interfaces_) interface.reset();
+  for (auto &interface : interfaces_) {
+    interface.reset();
+  }
   interfaces_.clear();
-  for (auto &association : associations_) association.reset();
+  for (auto &association : associations_) {
+    association.reset();
+  }
   associations_.clear();
-  for (auto &record : unionDescriptors_) record.reset();
+  for (auto &record : unionDescriptors_) {
+    record.reset();
+  }
   unionDescriptors_.clear();
   std::free(descriptor_);
 }
@@ -54,7 +62,9 @@ UsbDeviceConfig::Configuration::~Configuration() {
 bool UsbDeviceConfig::Configuration::Parse(uint32_t configIndex, const uint8_t *descriptor,
                                            const uint8_t *deviceDescriptor, bool keepBuffer) {
   index_ = configIndex;
-  if (!TakeBuffer(descriptor, keepBuffer)) return false;
+  if (!TakeBuffer(descriptor, keepBuffer)) {
+    return false;
+  }
   UsbConfigLog(kUsbLogInformation, "Descriptor Dump:");
   UsbConfigLogHex(kUsbLogInformation, descriptor_, static_cast<uint32_t>(view_.Available()),
                   nullptr);
@@ -91,7 +101,9 @@ bool UsbDeviceConfig::Configuration::WalkDescriptors(const uint8_t *deviceDescri
     const DescriptorView seen = cursor.Current();
     if (seen.Type() == kDescInterface) {
       auto interface = CreateOrLog<Interface>();
-      if (!interface) return false;
+      if (!interface) {
+        return false;
+      }
       const uint32_t flags = (commDevice ? Interface::kCommDevice : 0u) |
                              (videoFunction ? Interface::kVideoFunction : 0u);
       if (!interface->Parse(interfaceOrdinal, cursor, unionDescriptors_, flags, deviceDescriptor)) {
@@ -101,13 +113,17 @@ bool UsbDeviceConfig::Configuration::WalkDescriptors(const uint8_t *deviceDescri
       interfaces_.push_back(std::move(interface));
     } else if (seen.Type() == kDescInterfaceAssociation) {
       auto association = CreateOrLog<InterfaceAssociation>();
-      if (!association || !association->Parse(associationCount, cursor)) return false;
+      if (!association || !association->Parse(associationCount, cursor)) {
+        return false;
+      }
       ++associationCount;
       // Each association decides for everything behind it.
       videoFunction = IsVideoFunction(*association);
       associations_.push_back(std::move(association));
     } else if (seen.Type() == kDescCsInterface && commDevice) {
-      if (!TakeFunctionalDescriptor(cursor, unionDescriptors_, WalkPlace::kTopLevel)) return false;
+      if (!TakeFunctionalDescriptor(cursor, unionDescriptors_, WalkPlace::kTopLevel)) {
+        return false;
+      }
     } else if (seen.Type() == kDescCsInterface && videoFunction) {
       DumpVideoDescriptor(seen);
       cursor.AdvanceOverCurrent();
@@ -136,7 +152,9 @@ void UsbDeviceConfig::Configuration::GroupInterfaces(uint32_t associationCount) 
 UsbDeviceConfig::Interface *UsbDeviceConfig::Configuration::GetInterfaceByOrdinal(
     uint32_t interfaceOrdinal) const {
   for (const auto &interface : interfaces_) {
-    if (interface->GetOrdinal() == interfaceOrdinal) return interface.get();
+    if (interface->GetOrdinal() == interfaceOrdinal) {
+      return interface.get();
+    }
   }
   return nullptr;
 }
@@ -155,7 +173,9 @@ std::vector<UsbDeviceConfig::Interface *> UsbDeviceConfig::Configuration::GetInt
     uint8_t number) const {
   std::vector<Interface *> alternates;
   for (const auto &interface : interfaces_) {
-    if (interface->GetNumber() == number) alternates.push_back(interface.get());
+    if (interface->GetNumber() == number) {
+      alternates.push_back(interface.get());
+    }
   }
   return alternates;
 }
@@ -165,7 +185,9 @@ std::vector<UsbDeviceConfig::Interface *> UsbDeviceConfig::Configuration::GetInt
 // below it belongs to a counting group. Filter outcomes rest on this.
 std::vector<uint8_t> UsbDeviceConfig::Configuration::GetInterfaceGroup(uint32_t number) const {
   const int32_t key = functionalGroup_.GetGroupOfInterface(number);
-  if (key == -1) return {static_cast<uint8_t>(number)};
+  if (key == -1) {
+    return {static_cast<uint8_t>(number)};
+  }
   return functionalGroup_.GetGroupMembers(key);
 }
 
@@ -186,13 +208,21 @@ std::vector<uint8_t> UsbDeviceConfig::Configuration::GetUngroupedInterfaces() co
 DevFamily UsbDeviceConfig::Configuration::GetInterfaceFamily(uint8_t number) const {
   DevFamily family{0, 0};
   for (const auto &interface : interfaces_) {
-    if (interface->GetNumber() != number) continue;
+    if (interface->GetNumber() != number) {
+      continue;
+    }
     const DevFamily one = interface->GetFamily();
     family.base |= one.base;
-    if (one.sub != kSubFamilyUnknown) family.sub |= one.sub;
+    if (one.sub != kSubFamilyUnknown) {
+      family.sub |= one.sub;
+    }
   }
-  if (family.base == 0) family.sub = kNoInterfaceSubFamily;
-  if (family.sub == 0) family.sub = kSubFamilyUnknown;
+  if (family.base == 0) {
+    family.sub = kNoInterfaceSubFamily;
+  }
+  if (family.sub == 0) {
+    family.sub = kSubFamilyUnknown;
+  }
   return family;
 }
 

@@ -17,12 +17,16 @@ std::atomic<uint32_t> handleCounter{0x81000000};
 
 uint32_t UsbDeviceConfig::NextHandle() {
   uint32_t handle = ++handleCounter;
-  if (handle == 0) handle = ++handleCounter;
+  if (handle == 0) {
+    handle = ++handleCounter;
+  }
   return handle;
 }
 
 UsbDeviceConfig::~UsbDeviceConfig() {
-  for (auto &configuration : configurations_) configuration.reset();
+  for (auto &configuration : configurations_) {
+    configuration.reset();
+  }
   configurations_.clear();
   ReleasePipeMap();
 }
@@ -38,7 +42,9 @@ bool UsbDeviceConfig::AddConfigDescriptor(uint32_t index, const uint8_t *descrip
     UsbConfigLog(kUsbLogError, "Out of memory");
     return false;
   }
-  if (!configuration->Parse(index, descriptor, deviceDescriptor_, keepBuffer)) return false;
+  if (!configuration->Parse(index, descriptor, deviceDescriptor_, keepBuffer)) {
+    return false;
+  }
   configurations_.push_back(std::move(configuration));
   return true;
 }
@@ -46,7 +52,9 @@ bool UsbDeviceConfig::AddConfigDescriptor(uint32_t index, const uint8_t *descrip
 void UsbDeviceConfig::Reset() {
   activeConfiguration_ = nullptr;
   ReleasePipeMap();
-  for (auto &configuration : configurations_) configuration.reset();
+  for (auto &configuration : configurations_) {
+    configuration.reset();
+  }
   configurations_.clear();
 }
 
@@ -58,14 +66,18 @@ void UsbDeviceConfig::ReleasePipeMap() {
 // By the ordinal the caller gave, not by list position.
 UsbDeviceConfig::Configuration *UsbDeviceConfig::GetConfigurationByIndex(uint32_t index) const {
   for (const auto &configuration : configurations_) {
-    if (static_cast<uint32_t>(configuration->GetIndex()) == index) return configuration.get();
+    if (static_cast<uint32_t>(configuration->GetIndex()) == index) {
+      return configuration.get();
+    }
   }
   return nullptr;
 }
 
 UsbDeviceConfig::Configuration *UsbDeviceConfig::GetConfigurationByValue(uint8_t value) const {
   for (const auto &configuration : configurations_) {
-    if (configuration->GetConfigurationValue() == value) return configuration.get();
+    if (configuration->GetConfigurationValue() == value) {
+      return configuration.get();
+    }
   }
   return nullptr;
 }

@@ -14,7 +14,9 @@ constexpr uint8_t kBootMouseProtocol = 2;
 }  // namespace
 
 UsbDeviceConfig::Interface::~Interface() {
-  for (auto &pipe : pipes_) pipe.reset();
+  for (auto &pipe : pipes_) {
+    pipe.reset();
+  }
   pipes_.clear();
 }
 
@@ -33,7 +35,9 @@ bool UsbDeviceConfig::Interface::Parse(uint32_t interfaceOrdinal, DescriptorCurs
   while (cursor.BeforeEnd() && !cursor.AtTerminator()) {
     const size_t loopStart = cursor.Position();
     const uint8_t type = cursor.Current().Type();
-    if (type == kDescInterface || type == kDescInterfaceAssociation) return true;
+    if (type == kDescInterface || type == kDescInterfaceAssociation) {
+      return true;
+    }
     if (type == kDescEndpoint) {
       std::unique_ptr<Pipe> pipe(new (std::nothrow) Pipe);
       if (!pipe) {
@@ -82,10 +86,14 @@ bool UsbDeviceConfig::Interface::TakeDescriptorBehind(DescriptorCursor &cursor,
 void UsbDeviceConfig::Interface::WalkAudioDescriptors(uint8_t interfaceClass,
                                                       uint8_t interfaceSubClass,
                                                       DescriptorCursor &cursor) {
-  if (interfaceClass != kAudioClass) return;
+  if (interfaceClass != kAudioClass) {
+    return;
+  }
   while (cursor.BeforeEnd() && !cursor.AtTerminator()) {
     const DescriptorView audio = cursor.Current();
-    if (!ParseAudioDescriptor(interfaceSubClass, audio)) return;
+    if (!ParseAudioDescriptor(interfaceSubClass, audio)) {
+      return;
+    }
     cursor.Advance(audio.Length());
   }
 }
@@ -111,14 +119,18 @@ bool UsbDeviceConfig::Interface::ParseAudioDescriptor(uint8_t interfaceSubClass,
 
 UsbDeviceConfig::Pipe *UsbDeviceConfig::Interface::GetPipeByOrdinal(uint32_t pipeOrdinal) const {
   for (const auto &pipe : pipes_) {
-    if (pipe->GetOrdinal() == pipeOrdinal) return pipe.get();
+    if (pipe->GetOrdinal() == pipeOrdinal) {
+      return pipe.get();
+    }
   }
   return nullptr;
 }
 
 UsbDeviceConfig::Pipe *UsbDeviceConfig::Interface::GetPipeByHandle(uint32_t pipeHandle) const {
   for (const auto &pipe : pipes_) {
-    if (pipe->GetHandle() == pipeHandle) return pipe.get();
+    if (pipe->GetHandle() == pipeHandle) {
+      return pipe.get();
+    }
   }
   return nullptr;
 }
@@ -131,10 +143,16 @@ DevFamily UsbDeviceConfig::Interface::GetFamily() const {
     for (const auto &pipe : pipes_) {
       directions |= pipe->IsIn() ? kSubFamilyAudioIn : kSubFamilyAudioOut;
     }
-    if (directions != 0) family.sub = directions;
+    if (directions != 0) {
+      family.sub = directions;
+    }
   } else if (family_ & kFamilyHid) {
-    if (GetProtocol() == kBootKeyboardProtocol) family.sub = kSubFamilyKeyboard;
-    if (GetProtocol() == kBootMouseProtocol) family.sub = kSubFamilyMouse;
+    if (GetProtocol() == kBootKeyboardProtocol) {
+      family.sub = kSubFamilyKeyboard;
+    }
+    if (GetProtocol() == kBootMouseProtocol) {
+      family.sub = kSubFamilyMouse;
+    }
   }
   return family;
 }

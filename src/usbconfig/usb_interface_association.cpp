@@ -6,7 +6,9 @@ namespace ordo::usb {
 bool UsbDeviceConfig::InterfaceAssociation::Parse(uint32_t /*associationOrdinal*/,
                                                   DescriptorCursor &cursor) {
   const DescriptorView seen = cursor.Current();
-  if (seen.Type() != kDescInterfaceAssociation) return false;
+  if (seen.Type() != kDescInterfaceAssociation) {
+    return false;
+  }
   descriptor_ = seen;
   DumpAssociationDescriptor(seen);
   cursor.AdvanceOverCurrent();

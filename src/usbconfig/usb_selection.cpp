@@ -18,7 +18,9 @@ void Store16(uint8_t *at, uint16_t value) {
 }
 
 void Store32(uint8_t *at, uint32_t value) {
-  for (int i = 0; i < 4; ++i) at[i] = static_cast<uint8_t>(value >> (8 * i));
+  for (int i = 0; i < 4; ++i) {
+    at[i] = static_cast<uint8_t>(value >> (8 * i));
+  }
 }
 
 // Handles are 32 bits wide and go out zero-extended.
@@ -62,7 +64,9 @@ bool UsbDeviceConfig::SelectConfiguration(uint8_t *record, uint32_t length) {
     return false;
   }
   Configuration *chosen = GetConfigurationByValue(copy.Byte(5));
-  if (chosen == nullptr) return true;
+  if (chosen == nullptr) {
+    return true;
+  }
   bool result =
       chosen->SelectInterfaces(record, rec::kConfigurationInterfaces, copy.Byte(4), length);
   if (result && length < rec::kConfigurationInterfaces) {
@@ -70,13 +74,17 @@ bool UsbDeviceConfig::SelectConfiguration(uint8_t *record, uint32_t length) {
     LogConfigurationTooSmall();
     result = false;
   }
-  if (result) StoreHandle(record + rec::kConfigurationHandle, chosen->GetHandle());
+  if (result) {
+    StoreHandle(record + rec::kConfigurationHandle, chosen->GetHandle());
+  }
   activeConfiguration_ = chosen;
   return result;
 }
 
 bool UsbDeviceConfig::SelectInterface(uint8_t *record, uint32_t length) {
-  if (activeConfiguration_ == nullptr || record == nullptr) return false;
+  if (activeConfiguration_ == nullptr || record == nullptr) {
+    return false;
+  }
   return activeConfiguration_->SelectInterfaces(record, rec::kInterfaceInterfaces, 1, length);
 }
 
@@ -111,19 +119,25 @@ uint32_t UsbDeviceConfig::Interface::FillPipeMap(uint32_t start, uint8_t *buffer
     }
     ++start;
   }
-  if (buffer != nullptr) Store32(buffer, start);
+  if (buffer != nullptr) {
+    Store32(buffer, start);
+  }
   return start;
 }
 
 void UsbDeviceConfig::Configuration::DeselectAlternates(uint8_t number) {
   for (const auto &interface : interfaces_) {
-    if (interface->GetNumber() == number) interface->SetSelected(false);
+    if (interface->GetNumber() == number) {
+      interface->SetSelected(false);
+    }
   }
 }
 
 UsbDeviceConfig::Pipe *UsbDeviceConfig::Configuration::GetPipeByHandle(uint32_t pipeHandle) const {
   for (const auto &interface : interfaces_) {
-    if (Pipe *pipe = interface->GetPipeByHandle(pipeHandle)) return pipe;
+    if (Pipe *pipe = interface->GetPipeByHandle(pipeHandle)) {
+      return pipe;
+    }
   }
   return nullptr;
 }
@@ -138,7 +152,9 @@ bool UsbDeviceConfig::Configuration::SelectInterfaces(uint8_t *buffer, size_t fi
       return false;
     }
     uint8_t *record = buffer + at;
-    if (!SelectOneInterface(record, bufferLength - at)) result = false;
+    if (!SelectOneInterface(record, bufferLength - at)) {
+      result = false;
+    }
     // Later records are still worked on after a failed one.
     at += static_cast<size_t>(record[rec::kInfoLength] | (record[rec::kInfoLength + 1] << 8));
   }
@@ -150,7 +166,9 @@ bool UsbDeviceConfig::Configuration::SelectOneInterface(uint8_t *record, size_t 
   const uint8_t number = record[rec::kInfoNumber];
   DeselectAlternates(number);
   Interface *interface = GetInterface(number, record[rec::kInfoAlternate]);
-  if (interface == nullptr) return true;
+  if (interface == nullptr) {
+    return true;
+  }
   record[rec::kInfoClass] = interface->GetClass();
   record[rec::kInfoSubClass] = interface->GetSubClass();
   record[rec::kInfoProtocol] = interface->GetProtocol();
@@ -169,8 +187,9 @@ bool UsbDeviceConfig::Configuration::SelectOneInterface(uint8_t *record, size_t 
       LogRecordTooSmall();
       return false;
     }
-    if (const Pipe *pipe = interface->GetPipeByOrdinal(index))
+    if (const Pipe *pipe = interface->GetPipeByOrdinal(index)) {
       FillPipeRecord(record + pipeAt, *pipe);
+    }
   }
   return true;
 }

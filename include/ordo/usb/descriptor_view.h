@@ -41,7 +41,9 @@ class DescriptorView {
 
   // How many of `count` bytes starting at `offset` lie inside the buffer.
   size_t Clip(size_t offset, size_t count) const {
-    if (offset >= available_) return 0;
+    if (offset >= available_) {
+      return 0;
+    }
     const size_t left = available_ - offset;
     return count < left ? count : left;
   }
