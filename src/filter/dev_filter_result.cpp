@@ -82,7 +82,7 @@ bool DevFilterResult::DecideInterface(const DevFilterDevice &device, int32_t int
   if (!splitSettingUsed_) {
     splitSettingUsed_ = code == kSplitSettingCode;
   }
-  return withGroup ? DecideWithGroup(device, interface, std::move(reason), allow)
+  return withGroup ? DecideWithGroup(device, interface, reason, allow)
                    : DecideAlone(interface, std::move(reason), allow);
 }
 
@@ -104,7 +104,7 @@ bool DevFilterResult::DecideAlone(int32_t interface, std::string reason, bool al
 // is, the group's members that are still undecided stay so: agreement with
 // the decided ones is answered true without recording anything.
 bool DevFilterResult::DecideWithGroup(const DevFilterDevice &device, int32_t interface,
-                                      std::string reason, bool allow) {
+                                      const std::string &reason, bool allow) {
   const std::vector<uint8_t> members = device.GetInterfaceGroup(static_cast<uint32_t>(interface));
   bool anyDecided = false;
   for (const uint8_t member : members) {

@@ -51,16 +51,24 @@ class FilterTextWalk {
     std::vector<std::string> tokens;
     if (separator_.empty()) {
       // An empty separator would match everywhere without progress.
-      if (text_.size() > 0) tokens.push_back(text_.substr(0, Text::npos));
+      if (text_.size() > 0) {
+        tokens.push_back(text_.substr(0, Text::npos));
+      }
       return tokens;
     }
     size_t pos = 0;
     for (;;) {
       size_t hit = text_.find(separator_, pos);
-      if (separator_ != "(") hit = skipParenthesised(pos, hit);
+      if (separator_ != "(") {
+        hit = skipParenthesised(pos, hit);
+      }
       std::string token = text_.substr(pos, hit == Text::npos ? Text::npos : hit - pos);
-      if (!token.empty()) tokens.push_back(std::move(token));
-      if (hit == Text::npos || hit >= text_.size()) break;
+      if (!token.empty()) {
+        tokens.push_back(std::move(token));
+      }
+      if (hit == Text::npos || hit >= text_.size()) {
+        break;
+      }
       pos = hit + separator_.size();
     }
     return tokens;

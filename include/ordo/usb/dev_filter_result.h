@@ -68,7 +68,7 @@ class DevFilterResult {
   bool DecideInterface(const DevFilterDevice &device, int32_t interface, uint32_t code,
                        std::string reason, bool withGroup, bool allow);
   bool DecideAlone(int32_t interface, std::string reason, bool allow);
-  bool DecideWithGroup(const DevFilterDevice &device, int32_t interface, std::string reason,
+  bool DecideWithGroup(const DevFilterDevice &device, int32_t interface, const std::string &reason,
                        bool allow);
 
   int32_t interfaceCount_ = 0;
