@@ -86,7 +86,9 @@ size_t StrideOf(size_t size) {
 // slot holds another size.
 SizeClass *SizeClassOf(KindPool &pool, size_t size, bool create) {
   for (SizeClass &sized : pool.sizes) {
-    if (sized.recordSize == size) return &sized;
+    if (sized.recordSize == size) {
+      return &sized;
+    }
     if (sized.recordSize == 0 && create) {
       sized.recordSize = size;
       sized.stride = StrideOf(size);
@@ -100,9 +102,13 @@ SizeClass *SizeClassOf(KindPool &pool, size_t size, bool create) {
 // slab table is out.
 bool AddSlab(KindPool &pool, SizeClass &sized) {
   const size_t count = pool.slabCount.load(std::memory_order_relaxed);
-  if (count == kMaxSlabsPerKind) return false;
+  if (count == kMaxSlabsPerKind) {
+    return false;
+  }
   auto *slab = new (std::nothrow) Slab{nullptr, sized.stride, sized.nextSlabSlots};
-  if (slab == nullptr) return false;
+  if (slab == nullptr) {
+    return false;
+  }
   slab->begin = static_cast<unsigned char *>(std::calloc(slab->slots, slab->stride));
   if (slab->begin == nullptr) {
     delete slab;
@@ -115,7 +121,9 @@ bool AddSlab(KindPool &pool, SizeClass &sized) {
   pool.slabCount.store(count + 1, std::memory_order_release);
   sized.fresh = slab->begin;
   sized.freshLeft = slab->slots;
-  if (sized.nextSlabSlots < kMaxSlabSlots) sized.nextSlabSlots *= 2;
+  if (sized.nextSlabSlots < kMaxSlabSlots) {
+    sized.nextSlabSlots *= 2;
+  }
   return true;
 }
 
@@ -127,7 +135,9 @@ unsigned char *TakeSlot(KindPool &pool, SizeClass &sized) {
     record->parent = nullptr;
     return reinterpret_cast<unsigned char *>(record);
   }
-  if (sized.freshLeft == 0 && !AddSlab(pool, sized)) return nullptr;
+  if (sized.freshLeft == 0 && !AddSlab(pool, sized)) {
+    return nullptr;
+  }
   unsigned char *slot = sized.fresh;
   sized.fresh += sized.stride;
   --sized.freshLeft;
@@ -149,7 +159,9 @@ bool IsSlotOf(const KindPool &pool, uintptr_t address) {
 }  // namespace
 
 void *AllocateRecord(HandleKind kind, size_t size) {
-  if (size < sizeof(HandleHeader)) size = sizeof(HandleHeader);
+  if (size < sizeof(HandleHeader)) {
+    size = sizeof(HandleHeader);
+  }
   KindPool &pool = PoolOf(kind);
   std::lock_guard<std::mutex> guard(pool.mutex);
   SizeClass *sized = SizeClassOf(pool, size, true);
@@ -157,12 +169,18 @@ void *AllocateRecord(HandleKind kind, size_t size) {
 }
 
 void FreeRecord(HandleKind kind, void *record, size_t size) {
-  if (record == nullptr || !IsPoolRecord(record, kind)) return;
-  if (size < sizeof(HandleHeader)) size = sizeof(HandleHeader);
+  if (record == nullptr || !IsPoolRecord(record, kind)) {
+    return;
+  }
+  if (size < sizeof(HandleHeader)) {
+    size = sizeof(HandleHeader);
+  }
   KindPool &pool = PoolOf(kind);
   std::lock_guard<std::mutex> guard(pool.mutex);
   SizeClass *sized = SizeClassOf(pool, size, false);
-  if (sized == nullptr) return;  // not a size this kind ever handed out
+  if (sized == nullptr) {
+    return;  // not a size this kind ever handed out
+  }
   std::memset(record, 0, size);
   auto *header = static_cast<HandleHeader *>(record);
   header->parent = sized->freeHead;
@@ -171,9 +189,13 @@ void FreeRecord(HandleKind kind, void *record, size_t size) {
 
 bool IsPoolRecord(const void *address, uint32_t kind) {
   const auto at = reinterpret_cast<uintptr_t>(address);
-  if (kind != kAnyHandle) return IsSlotOf(PoolOf(kind), at);
+  if (kind != kAnyHandle) {
+    return IsSlotOf(PoolOf(kind), at);
+  }
   for (const KindPool &pool : gPools) {
-    if (IsSlotOf(pool, at)) return true;
+    if (IsSlotOf(pool, at)) {
+      return true;
+    }
   }
   return false;
 }
