@@ -57,7 +57,9 @@ inline bool HubPluginRecordSizes(uint32_t configLength, uint32_t storeLength,
                                  uint32_t *payloadLength, uint32_t *recordSize) {
   uint64_t payload = uint64_t{kUsbDeviceDescriptorBytes} + configLength + storeLength;
   uint64_t total = payload + kHubPluginRecordOverhead;
-  if (total > UINT32_MAX) return false;
+  if (total > UINT32_MAX) {
+    return false;
+  }
   *payloadLength = static_cast<uint32_t>(payload);
   *recordSize = static_cast<uint32_t>(total);
   return true;
@@ -88,8 +90,9 @@ inline void WriteHubPluginRecord(uint8_t *record, const HubPluginRecord &fields,
   std::memcpy(record, &header, sizeof header);
   uint8_t *payload = record + sizeof header;
   std::memcpy(payload, deviceDescriptor, kUsbDeviceDescriptorBytes);
-  if (configLength > 0)
+  if (configLength > 0) {
     std::memcpy(payload + kUsbDeviceDescriptorBytes, configDescriptor, configLength);
+  }
   if (storeLength > 0) {
     std::memcpy(payload + kUsbDeviceDescriptorBytes + configLength, stringStore, storeLength);
   }
@@ -122,7 +125,7 @@ static_assert(offsetof(HubItemRecord, noCompletion) == 36);
 inline constexpr uint32_t kHubItemRecordHeaderBytes = sizeof(HubItemRecord);
 
 inline HubItemRecord ReadHubItemRecord(const uint8_t *record) {
-  HubItemRecord header;
+  HubItemRecord header{};
   std::memcpy(&header, record, sizeof header);
   return header;
 }
@@ -191,7 +194,9 @@ inline constexpr uint32_t kHubCompleteRecordHeaderBytes = sizeof(HubCompleteReco
 // Total size of a completion with length bytes of data; false past 32 bits.
 inline bool HubCompleteRecordSize(uint32_t length, uint32_t *recordSize) {
   uint64_t total = uint64_t{kHubCompleteRecordHeaderBytes} + length;
-  if (total > UINT32_MAX) return false;
+  if (total > UINT32_MAX) {
+    return false;
+  }
   *recordSize = static_cast<uint32_t>(total);
   return true;
 }
@@ -201,11 +206,13 @@ inline void WriteHubCompleteRecord(uint8_t *record, uint32_t itemId, uint32_t st
                                    const void *data, uint32_t length) {
   HubCompleteRecord header{itemId, status, length};
   std::memcpy(record, &header, sizeof header);
-  if (data != nullptr && length > 0) std::memcpy(record + sizeof header, data, length);
+  if (data != nullptr && length > 0) {
+    std::memcpy(record + sizeof header, data, length);
+  }
 }
 
 inline HubCompleteRecord ReadHubCompleteRecord(const uint8_t *record) {
-  HubCompleteRecord header;
+  HubCompleteRecord header{};
   std::memcpy(&header, record, sizeof header);
   return header;
 }

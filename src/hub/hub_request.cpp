@@ -21,7 +21,9 @@ constexpr HubErrorText kHubErrorTable[] = {
 
 void LogPendingFailure(uint32_t error) {
   for (const HubErrorText &entry : kHubErrorTable) {
-    if (entry.error == error) LogMessage(kLogFailure, entry.message);
+    if (entry.error == error) {
+      LogMessage(kLogFailure, entry.message);
+    }
   }
 }
 
@@ -32,7 +34,9 @@ uint32_t HubRequest(platform::HubConnection hubHandle, uint32_t code, const void
                     uint32_t *bytesReturned, platform::Event attachEvent) {
   platform::HubControlResult result = platform::HubControl(
       hubHandle, code, input, inputLength, output, outputLength, bytesReturned, attachEvent);
-  if (result.pending && result.error != platform::kErrorSuccess) LogPendingFailure(result.error);
+  if (result.pending && result.error != platform::kErrorSuccess) {
+    LogPendingFailure(result.error);
+  }
   return result.error;
 }
 

@@ -19,7 +19,9 @@ uint32_t RequestWord(platform::HubConnection hubHandle, uint32_t code, uint32_t 
 PelarixStatus HubGetUniqueItemId(platform::HubConnection hubHandle, const void *logHandle,
                                  uint32_t *itemId) {
   uint32_t error = RequestWord(hubHandle, IOCTL_HUB_GET_UNIQUE_ITEM_ID, itemId);
-  if (error == platform::kErrorSuccess) return Pelarix_Success;
+  if (error == platform::kErrorSuccess) {
+    return Pelarix_Success;
+  }
   LogMessage(kLogFailure,
              u"Failed to retrieve unique item Id from virtual hub handle: %p, error: 0x%x",
              logHandle, error);
@@ -29,7 +31,9 @@ PelarixStatus HubGetUniqueItemId(platform::HubConnection hubHandle, const void *
 PelarixStatus HubGetNextPlugNumber(platform::HubConnection hubHandle, const void *logHandle,
                                    uint32_t *plugNo) {
   uint32_t error = RequestWord(hubHandle, IOCTL_HUB_GET_NEXT_PLUG_NUMBER, plugNo);
-  if (error == platform::kErrorSuccess) return Pelarix_Success;
+  if (error == platform::kErrorSuccess) {
+    return Pelarix_Success;
+  }
   LogMessage(kLogFailure,
              u"Failed to retrieve next plug number fromvirtual hub handle: %p, error: 0x%x",
              logHandle, error);
@@ -41,7 +45,9 @@ PelarixStatus HubUnplugDevice(platform::HubConnection hubHandle, const void *log
   uint32_t bytesReturned = 0;
   uint32_t error = HubRequest(hubHandle, IOCTL_HUB_UNPLUG_DEVICE, &plugNo, sizeof plugNo, nullptr,
                               0, &bytesReturned);
-  if (error == platform::kErrorSuccess) return Pelarix_Success;
+  if (error == platform::kErrorSuccess) {
+    return Pelarix_Success;
+  }
   LogMessage(kLogFailure, u"Failed to unplug device, handle: %p, PlugNo: %d, error: 0x%x",
              logHandle, plugNo, error);
   return Pelarix_HubRequestFailed;
@@ -50,7 +56,9 @@ PelarixStatus HubUnplugDevice(platform::HubConnection hubHandle, const void *log
 PelarixStatus HubGetItem(platform::HubConnection hubHandle, const void *logHandle, void *record,
                          uint32_t length, uint32_t *received) {
   uint32_t error = HubRequest(hubHandle, IOCTL_HUB_GET_ITEM, nullptr, 0, record, length, received);
-  if (error == platform::kErrorSuccess) return Pelarix_Success;
+  if (error == platform::kErrorSuccess) {
+    return Pelarix_Success;
+  }
   LogMessage(kLogFailure, u"Failed to get item length from virtual hub handle: %p, error: 0x%x",
              logHandle, error);
   return Pelarix_HubRequestFailed;
@@ -61,7 +69,9 @@ PelarixStatus HubGetItemBuffer(platform::HubConnection hubHandle, const void *lo
   uint32_t bytesReturned = 0;
   uint32_t error =
       HubRequest(hubHandle, IOCTL_HUB_GET_ITEM_BUFFER, nullptr, 0, output, length, &bytesReturned);
-  if (error == platform::kErrorSuccess) return Pelarix_Success;
+  if (error == platform::kErrorSuccess) {
+    return Pelarix_Success;
+  }
   LogMessage(kLogFailure, u"Failed to get item buffer from virtual hub, handle: %p, error: 0x%x",
              logHandle, error);
   return Pelarix_HubRequestFailed;
@@ -72,7 +82,9 @@ PelarixStatus HubCompleteItem(platform::HubConnection hubHandle, const void *log
   uint32_t bytesReturned = 0;
   uint32_t error =
       HubRequest(hubHandle, IOCTL_HUB_COMPLETE_ITEM, record, length, nullptr, 0, &bytesReturned);
-  if (error == platform::kErrorSuccess) return Pelarix_Success;
+  if (error == platform::kErrorSuccess) {
+    return Pelarix_Success;
+  }
   LogMessage(kLogTraffic, u"Failed to complete virtual hub item handle: %p, error: 0x%x", logHandle,
              error);
   return Pelarix_HubRequestFailed;
@@ -83,7 +95,9 @@ PelarixStatus HubPluginDevice(platform::HubConnection hubHandle, const void *log
   uint32_t bytesReturned = 0;
   uint32_t error =
       HubRequest(hubHandle, IOCTL_HUB_PLUGIN_DEVICE, record, length, nullptr, 0, &bytesReturned);
-  if (error == platform::kErrorSuccess) return Pelarix_Success;
+  if (error == platform::kErrorSuccess) {
+    return Pelarix_Success;
+  }
   if (error == platform::kErrorAlreadyExists) {
     LogMessage(kLogFailure, u"Failed to plugin virtual device, device already exists, handle: %p",
                logHandle);
