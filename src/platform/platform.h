@@ -169,7 +169,6 @@ bool QueryModuleVersionValue(const void *block, const char16_t *subBlock, const 
 // MultiByteToWideChar with the system's ANSI code page (UTF-8 on POSIX).
 // Converts inputLength bytes (-1: up to and with the NUL) into at most
 // outputChars characters; returns the number written, 0 on failure.
-int32_t AnsiToUtf16(const char *input, int32_t inputLength, char16_t *output,
-                    int32_t outputChars);
+int32_t AnsiToUtf16(const char *input, int32_t inputLength, char16_t *output, int32_t outputChars);
 
 }  // namespace pelarix::platform

@@ -33,7 +33,9 @@ class Deadline {
         end_(Clock::now() + std::chrono::milliseconds(infinite_ ? 0 : timeoutMs)) {}
 
   int RemainingMs() const {
-    if (infinite_) return -1;
+    if (infinite_) {
+      return -1;
+    }
     auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
     return left > 0 ? static_cast<int>(left) : 0;
   }
@@ -60,7 +62,9 @@ bool TakeSignalled(Event event) {
 uint32_t CreateEvent(bool manualReset, Event *out) {
   *out = nullptr;
   int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (fd < 0) return WindowsErrorFromErrno(errno);
+  if (fd < 0) {
+    return WindowsErrorFromErrno(errno);
+  }
   auto *event = new (std::nothrow) EventObject{fd, manualReset};
   if (event == nullptr) {
     close(fd);
@@ -71,19 +75,25 @@ uint32_t CreateEvent(bool manualReset, Event *out) {
 }
 
 void SetEvent(Event event) {
-  if (event == nullptr) return;
+  if (event == nullptr) {
+    return;
+  }
   uint64_t one = 1;
   // A counter that is already up stays up; nothing to report.
   [[maybe_unused]] ssize_t written = write(event->fd, &one, sizeof one);
 }
 
 void ResetEvent(Event event) {
-  if (event == nullptr) return;
+  if (event == nullptr) {
+    return;
+  }
   ConsumeEvent(event);
 }
 
 void CloseEvent(Event event) {
-  if (event == nullptr) return;
+  if (event == nullptr) {
+    return;
+  }
   close(event->fd);
   delete event;
 }
@@ -93,21 +103,31 @@ uint32_t WaitForEvent(Event event, uint32_t timeoutMs) {
 }
 
 uint32_t WaitForAnyEvent(const Event *events, uint32_t count, uint32_t timeoutMs) {
-  if (count == 0 || count > kMaxWaitEvents) return kWaitFailed;
+  if (count == 0 || count > kMaxWaitEvents) {
+    return kWaitFailed;
+  }
   pollfd fds[kMaxWaitEvents];
   for (uint32_t i = 0; i < count; ++i) {
-    if (events[i] == nullptr) return kWaitFailed;
+    if (events[i] == nullptr) {
+      return kWaitFailed;
+    }
     fds[i] = pollfd{events[i]->fd, POLLIN, 0};
   }
   Deadline deadline(timeoutMs);
   for (;;) {
     int ready = poll(fds, count, deadline.RemainingMs());
-    if (ready < 0 && errno != EINTR) return kWaitFailed;
+    if (ready < 0 && errno != EINTR) {
+      return kWaitFailed;
+    }
     for (uint32_t i = 0; ready > 0 && i < count; ++i) {
-      if ((fds[i].revents & POLLIN) != 0 && TakeSignalled(events[i])) return kWaitObject0 + i;
+      if ((fds[i].revents & POLLIN) != 0 && TakeSignalled(events[i])) {
+        return kWaitObject0 + i;
+      }
     }
     // Another waiter may have consumed the auto-reset event we saw; wait on.
-    if (ready == 0 && deadline.RemainingMs() == 0) return kWaitTimeout;
+    if (ready == 0 && deadline.RemainingMs() == 0) {
+      return kWaitTimeout;
+    }
   }
 }
 

@@ -63,10 +63,14 @@ size_t Utf8SequenceLength(const unsigned char *text, size_t left, uint32_t *code
                   : lead >= 0xE0 && lead < 0xF0 ? 3
                   : lead >= 0xF0 && lead < 0xF5 ? 4
                                                 : 0;
-  if (length == 0 || length > left) return 0;
+  if (length == 0 || length > left) {
+    return 0;
+  }
   uint32_t value = length == 1 ? lead : lead & (0x7F >> length);
   for (size_t i = 1; i < length; ++i) {
-    if ((text[i] & 0xC0) != 0x80) return 0;
+    if ((text[i] & 0xC0) != 0x80) {
+      return 0;
+    }
     value = (value << 6) | (text[i] & 0x3F);
   }
   static constexpr uint32_t kSmallest[5] = {0, 0, 0x80, 0x800, 0x10000};
@@ -135,7 +139,9 @@ std::string HubDirectory() {
 }
 
 void PutU32(unsigned char *at, uint32_t value) {
-  for (int i = 0; i < 4; ++i) at[i] = static_cast<unsigned char>(value >> (8 * i));
+  for (int i = 0; i < 4; ++i) {
+    at[i] = static_cast<unsigned char>(value >> (8 * i));
+  }
 }
 
 uint32_t GetU32(const unsigned char *at) {
@@ -148,8 +154,12 @@ bool ReadAll(int fd, void *buffer, size_t length) {
   auto *at = static_cast<unsigned char *>(buffer);
   while (length > 0) {
     ssize_t got = recv(fd, at, length, 0);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return false;
+    if (got < 0 && errno == EINTR) {
+      continue;
+    }
+    if (got <= 0) {
+      return false;
+    }
     at += got;
     length -= static_cast<size_t>(got);
   }
@@ -165,11 +175,19 @@ uint32_t ReadAllWithin(int fd, unsigned char *at, size_t length, uint32_t timeou
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     pollfd ready{fd, POLLIN, 0};
     int polled = poll(&ready, 1, static_cast<int>(std::max<int64_t>(0, left.count())));
-    if (polled < 0 && errno == EINTR) continue;
-    if (polled == 0) return kErrorTimeout;
+    if (polled < 0 && errno == EINTR) {
+      continue;
+    }
+    if (polled == 0) {
+      return kErrorTimeout;
+    }
     ssize_t got = polled > 0 ? recv(fd, at, length, MSG_DONTWAIT) : -1;
-    if (got < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    if (got <= 0) return kErrorDeviceNotConnected;
+    if (got < 0 && (errno == EINTR || errno == EAGAIN)) {
+      continue;
+    }
+    if (got <= 0) {
+      return kErrorDeviceNotConnected;
+    }
     at += got;
     length -= static_cast<size_t>(got);
   }
@@ -194,8 +212,12 @@ bool SendFrame(int socket, const unsigned char *header, const void *input, uint3
   std::memcpy(CMSG_DATA(rights), fds, fdCount * sizeof(int));
   while (message.msg_iovlen > 0) {
     ssize_t sent = sendmsg(socket, &message, MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent < 0) return false;
+    if (sent < 0 && errno == EINTR) {
+      continue;
+    }
+    if (sent < 0) {
+      return false;
+    }
     message.msg_control = nullptr;  // only the first piece carries descriptors
     message.msg_controllen = 0;
     auto left = static_cast<size_t>(sent);
@@ -235,10 +257,14 @@ HubControlResult ReadAnswer(int reply, void *output, uint32_t outputLength,
 
 uint32_t HubOpenWaitMs() {
   const char *text = std::getenv("PELARIX_HUB_OPEN_TIMEOUT_MS");
-  if (text == nullptr || *text == 0 || std::strlen(text) > 10) return kDefaultHubOpenWaitMs;
+  if (text == nullptr || *text == 0 || std::strlen(text) > 10) {
+    return kDefaultHubOpenWaitMs;
+  }
   uint64_t value = 0;
   for (const char *at = text; *at != 0; ++at) {
-    if (*at < '0' || *at > '9') return kDefaultHubOpenWaitMs;
+    if (*at < '0' || *at > '9') {
+      return kDefaultHubOpenWaitMs;
+    }
     value = value * 10 + static_cast<uint64_t>(*at - '0');
   }
   return value >= 1 && value <= 0x7FFFFFFF ? static_cast<uint32_t>(value) : kDefaultHubOpenWaitMs;
@@ -247,7 +273,9 @@ uint32_t HubOpenWaitMs() {
 uint32_t HubGetDeviceSet(HubDeviceSet *out) {
   *out = nullptr;
   auto *set = new (std::nothrow) HubDeviceSetObject;
-  if (set == nullptr) return kErrorNotEnoughMemory;
+  if (set == nullptr) {
+    return kErrorNotEnoughMemory;
+  }
   std::string directory = HubDirectory();
   // A missing directory is an empty set: the enumeration then finds nothing.
   if (DIR *listing = opendir(directory.c_str())) {
@@ -271,10 +299,14 @@ uint32_t HubEnumFirstInterface(HubDeviceSet set) {
 
 uint32_t HubGetInterfacePath(HubDeviceSet set, char16_t *path, uint32_t pathChars,
                              uint32_t *requiredChars) {
-  if (HubEnumFirstInterface(set) != kErrorSuccess) return kErrorNoMoreItems;
+  if (HubEnumFirstInterface(set) != kErrorSuccess) {
+    return kErrorNoMoreItems;
+  }
   std::u16string wide = PathToUtf16(set->socketPaths.front());
   *requiredChars = static_cast<uint32_t>(wide.size() + 1);
-  if (path == nullptr || pathChars < *requiredChars) return kErrorInsufficientBuffer;
+  if (path == nullptr || pathChars < *requiredChars) {
+    return kErrorInsufficientBuffer;
+  }
   std::copy(wide.begin(), wide.end(), path);
   path[wide.size()] = 0;
   return kErrorSuccess;
@@ -289,10 +321,14 @@ uint32_t HubOpen(const char16_t *path, HubConnection *out) {
   std::string narrow = PathFromUtf16(path);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (narrow.empty() || narrow.size() >= sizeof address.sun_path) return kErrorFileNotFound;
+  if (narrow.empty() || narrow.size() >= sizeof address.sun_path) {
+    return kErrorFileNotFound;
+  }
   std::memcpy(address.sun_path, narrow.data(), narrow.size());
   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return WindowsErrorFromErrno(errno);
+  if (fd < 0) {
+    return WindowsErrorFromErrno(errno);
+  }
   if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
     uint32_t error = errno == EACCES ? kErrorAccessDenied : kErrorFileNotFound;
     close(fd);
@@ -300,9 +336,13 @@ uint32_t HubOpen(const char16_t *path, HubConnection *out) {
   }
   unsigned char status[4];
   uint32_t error = ReadAllWithin(fd, status, sizeof status, HubOpenWaitMs());
-  if (error == kErrorSuccess) error = GetU32(status);
+  if (error == kErrorSuccess) {
+    error = GetU32(status);
+  }
   auto *hub = error == kErrorSuccess ? new (std::nothrow) HubConnectionObject{fd, {}} : nullptr;
-  if (error == kErrorSuccess && hub == nullptr) error = kErrorNotEnoughMemory;
+  if (error == kErrorSuccess && hub == nullptr) {
+    error = kErrorNotEnoughMemory;
+  }
   if (error != kErrorSuccess) {
     close(fd);
     return error;
@@ -312,7 +352,9 @@ uint32_t HubOpen(const char16_t *path, HubConnection *out) {
 }
 
 void HubClose(HubConnection hub) {
-  if (hub == nullptr) return;
+  if (hub == nullptr) {
+    return;
+  }
   close(hub->socket);
   delete hub;
 }
@@ -323,7 +365,9 @@ HubControlResult HubControl(HubConnection hub, uint32_t code, const void *input,
   *bytesReturned = 0;
   bool buffersMissing =
       (input == nullptr && inputLength != 0) || (output == nullptr && outputLength != 0);
-  if (hub == nullptr || buffersMissing) return {kErrorInvalidParameter, false};
+  if (hub == nullptr || buffersMissing) {
+    return {kErrorInvalidParameter, false};
+  }
   int pair[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
     return {WindowsErrorFromErrno(errno), false};
@@ -334,14 +378,16 @@ HubControlResult HubControl(HubConnection hub, uint32_t code, const void *input,
   PutU32(header + 8, inputLength);
   PutU32(header + 12, outputLength);
   int fds[2] = {pair[1], static_cast<int>(EventHandleValue(attachEvent))};
-  bool sent;
+  bool sent = false;
   {
     std::lock_guard<std::mutex> lock(hub->sendLock);
     sent = SendFrame(hub->socket, header, input, inputLength, fds, attachEvent != nullptr ? 2 : 1);
   }
   close(pair[1]);  // the hub holds the only other copy now
   HubControlResult result{kErrorDeviceNotConnected, false};
-  if (sent) result = ReadAnswer(pair[0], output, outputLength, bytesReturned);
+  if (sent) {
+    result = ReadAnswer(pair[0], output, outputLength, bytesReturned);
+  }
   close(pair[0]);
   return result;
 }

@@ -33,18 +33,22 @@ struct ThreadObject {
 namespace {
 
 void LetGo(ThreadObject *thread) {
-  if (thread->owners.fetch_sub(1, std::memory_order_acq_rel) == 1) delete thread;
+  if (thread->owners.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    delete thread;
+  }
 }
 
 void *ThreadMain(void *context) {
   auto *thread = static_cast<ThreadObject *>(context);
-  bool run;
+  bool run = false;
   {
     std::unique_lock<std::mutex> lock(thread->mutex);
     thread->changed.wait(lock, [thread] { return thread->resumed || thread->abandoned; });
     run = thread->resumed;
   }
-  if (run) thread->routine(thread->argument);
+  if (run) {
+    thread->routine(thread->argument);
+  }
   {
     std::lock_guard<std::mutex> lock(thread->mutex);
     thread->finished = true;
@@ -59,7 +63,9 @@ void *ThreadMain(void *context) {
 uint32_t CreateSuspendedThread(ThreadRoutine routine, void *argument, Thread *out) {
   *out = nullptr;
   auto *thread = new (std::nothrow) ThreadObject{routine, argument};
-  if (thread == nullptr) return kErrorNotEnoughMemory;
+  if (thread == nullptr) {
+    return kErrorNotEnoughMemory;
+  }
   int error = pthread_create(&thread->id, nullptr, ThreadMain, thread);
   if (error != 0) {
     delete thread;
@@ -70,7 +76,9 @@ uint32_t CreateSuspendedThread(ThreadRoutine routine, void *argument, Thread *ou
 }
 
 void ResumeThread(Thread thread) {
-  if (thread == nullptr) return;
+  if (thread == nullptr) {
+    return;
+  }
   {
     std::lock_guard<std::mutex> lock(thread->mutex);
     thread->resumed = true;
@@ -79,7 +87,9 @@ void ResumeThread(Thread thread) {
 }
 
 uint32_t WaitForThread(Thread thread, uint32_t timeoutMs) {
-  if (thread == nullptr) return kWaitFailed;
+  if (thread == nullptr) {
+    return kWaitFailed;
+  }
   std::unique_lock<std::mutex> lock(thread->mutex);
   auto ended = [thread] { return thread->finished; };
   if (timeoutMs == kInfinite) {
@@ -91,12 +101,16 @@ uint32_t WaitForThread(Thread thread, uint32_t timeoutMs) {
 }
 
 void CloseThread(Thread thread) {
-  if (thread == nullptr) return;
-  bool finished;
+  if (thread == nullptr) {
+    return;
+  }
+  bool finished = false;
   {
     std::lock_guard<std::mutex> lock(thread->mutex);
     // A thread that was never resumed would wait for ever: let it end unrun.
-    if (!thread->resumed) thread->abandoned = true;
+    if (!thread->resumed) {
+      thread->abandoned = true;
+    }
     finished = thread->finished;
   }
   thread->changed.notify_all();
