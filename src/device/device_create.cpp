@@ -36,7 +36,9 @@ uint16_t TotalLength(const uint8_t *configDesc) {
 // A zero-filled record with its header, lock and the caller's values, or null.
 PelarixDevice *NewDeviceRecord(PelarixSession *session, const DeviceRequest &request) {
   auto *device = static_cast<PelarixDevice *>(AllocateRecord(kDeviceHandle, sizeof(PelarixDevice)));
-  if (device == nullptr) return nullptr;
+  if (device == nullptr) {
+    return nullptr;
+  }
   InitHandleHeader(&device->header, kDeviceHandle, &session->header);
   device->state = kDeviceCreated;
   platform::InitLock(&device->lock);
@@ -55,7 +57,9 @@ PelarixStatus FillDevice(PelarixSession *session, PelarixDevice *device,
                          const DeviceRequest &request) {
   PelarixStatus status =
       HubGetNextPlugNumber(session->hubHandle, session->hubHandle, &device->plugNo);
-  if (status != Pelarix_Success) return status;
+  if (status != Pelarix_Success) {
+    return status;
+  }
   std::memcpy(device->deviceDescriptor, request.deviceDesc, sizeof device->deviceDescriptor);
   device->configLength = TotalLength(request.configDesc);
   // The copy is at least the four bytes that give a set its length, zero
@@ -63,7 +67,9 @@ PelarixStatus FillDevice(PelarixSession *session, PelarixDevice *device,
   // them, and a set shorter than that then reads as one of length 0.
   device->configDescriptor = static_cast<uint8_t *>(std::calloc(
       1, device->configLength > kConfigLengthBytes ? device->configLength : kConfigLengthBytes));
-  if (device->configDescriptor == nullptr) return Pelarix_OutOfMemory;
+  if (device->configDescriptor == nullptr) {
+    return Pelarix_OutOfMemory;
+  }
   std::memcpy(device->configDescriptor, request.configDesc, device->configLength);
   device->stringStore = StringStoreCreate();
   if (device->stringStore == nullptr) {
@@ -106,9 +112,13 @@ PelarixStatus CreateDevice(PelarixHandle sessionHandle, const DeviceRequest &req
     return Pelarix_DeviceBlocked;
   }
   *made = NewDeviceRecord(session, request);
-  if (*made == nullptr) return Pelarix_OutOfMemory;
+  if (*made == nullptr) {
+    return Pelarix_OutOfMemory;
+  }
   const PelarixStatus status = FillDevice(session, *made, request);
-  if (status != Pelarix_Success) return status;
+  if (status != Pelarix_Success) {
+    return status;
+  }
   LinkDevice(session, *made);
   *deviceHandle = *made;
   return Pelarix_Success;
@@ -124,7 +134,9 @@ PelarixStatus CreateDeviceLogged(PelarixHandle sessionHandle, const DeviceReques
              sessionHandle, device, device != nullptr ? device->plugNo : 0,
              request.partial != 0 ? u"true" : u"false", request.clientVersion,
              device != nullptr ? device->pluginDelayMs : 0, status);
-  if (status != Pelarix_Success && device != nullptr) DestroyDevice(device);
+  if (status != Pelarix_Success && device != nullptr) {
+    DestroyDevice(device);
+  }
   return status;
 }
 

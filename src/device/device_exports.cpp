@@ -12,7 +12,9 @@ namespace {
 
 // The device behind handle, or null after the failure line.
 PelarixDevice *DeviceOrLog(PelarixHandle handle, const char16_t *invalidText) {
-  if (IsValidHandle(handle, kDeviceHandle)) return static_cast<PelarixDevice *>(handle);
+  if (IsValidHandle(handle, kDeviceHandle)) {
+    return static_cast<PelarixDevice *>(handle);
+  }
   LogMessage(kLogFailure, invalidText, handle);
   return nullptr;
 }
@@ -21,7 +23,9 @@ PelarixDevice *DeviceOrLog(PelarixHandle handle, const char16_t *invalidText) {
 PelarixStatus GetDeviceWord(PelarixHandle handle, uint32_t *out, const char16_t *nullText,
                             uint32_t PelarixDevice::*field) {
   PelarixDevice *device = DeviceOrLog(handle, u"Invalid item handle: %p");
-  if (device == nullptr) return Pelarix_InvalidHandle;
+  if (device == nullptr) {
+    return Pelarix_InvalidHandle;
+  }
   if (out == nullptr) {
     LogMessage(kLogFailure, nullText);
     return Pelarix_InvalidParameter;
@@ -52,7 +56,9 @@ PelarixStatus AddDeviceString(PelarixDevice *device, uint8_t index, uint16_t lan
   platform::EnterLock(&device->lock);
   uint8_t *grown = nullptr;
   const uint32_t code = StringStoreAdd(device->stringStore, index, language, string, &grown);
-  if (code == kStoreDone) device->stringStore = grown;
+  if (code == kStoreDone) {
+    device->stringStore = grown;
+  }
   platform::LeaveLock(&device->lock);
   return StoreCodeStatus(code);
 }
@@ -66,7 +72,9 @@ PELARIX_API PelarixStatus PELARIX_CALL
 Pelarix_GetDeviceSessionHandle(PelarixHandle handle, PelarixHandle *pelarixHandle) {
   using namespace pelarix;
   PelarixDevice *device = DeviceOrLog(handle, u"Invalid device handle: %p");
-  if (device == nullptr) return Pelarix_InvalidHandle;
+  if (device == nullptr) {
+    return Pelarix_InvalidHandle;
+  }
   if (pelarixHandle == nullptr) {
     LogMessage(kLogFailure, u"Invalid parameter, pelarixHandle is null");
     return Pelarix_InvalidParameter;
@@ -74,7 +82,9 @@ Pelarix_GetDeviceSessionHandle(PelarixHandle handle, PelarixHandle *pelarixHandl
   // The caller gets a reference of its own, which it closes.
   PelarixHandle session = SessionOf(device);
   const PelarixStatus status = Pelarix_DuplicateHandle(session);
-  if (status == Pelarix_Success) *pelarixHandle = session;
+  if (status == Pelarix_Success) {
+    *pelarixHandle = session;
+  }
   return status;
 }
 
@@ -101,7 +111,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_SetDeviceFlags(PelarixHandle hand
                                                               uint32_t deviceFlags) {
   using namespace pelarix;
   PelarixDevice *device = DeviceOrLog(handle, u"Invalid item handle: %p");
-  if (device == nullptr) return Pelarix_InvalidHandle;
+  if (device == nullptr) {
+    return Pelarix_InvalidHandle;
+  }
   StoreField(device->deviceFlags, deviceFlags);
   return Pelarix_Success;
 }
@@ -112,7 +124,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_AddDeviceString(PelarixHandle han
   using namespace pelarix;
   PelarixStatus status = Pelarix_InvalidHandle;
   PelarixDevice *device = DeviceOrLog(handle, u"Invalid device handle: %p");
-  if (device != nullptr) status = AddDeviceString(device, index, language, string);
+  if (device != nullptr) {
+    status = AddDeviceString(device, index, language, string);
+  }
   LogMessage(kLogLifecycle, u"Add device string, Handle: %p, PlugNo: %d, status: 0x%x", handle,
              device != nullptr ? device->plugNo : 0, status);
   return status;

@@ -56,8 +56,12 @@ void FreeDevice(PelarixDevice *device) {
   platform::DeleteLock(&device->lock);
   std::free(device->configDescriptor);
   StringStoreDestroy(device->stringStore);
-  if (device->deferredEvent != nullptr) platform::CloseEvent(device->deferredEvent);
-  if (device->deferredThread != nullptr) platform::CloseThread(device->deferredThread);
+  if (device->deferredEvent != nullptr) {
+    platform::CloseEvent(device->deferredEvent);
+  }
+  if (device->deferredThread != nullptr) {
+    platform::CloseThread(device->deferredThread);
+  }
   FreeRecord(kDeviceHandle, device, sizeof(PelarixDevice));
 }
 
@@ -89,7 +93,9 @@ PelarixStatus UnplugDevice(PelarixDevice *device) {
 
 void DestroyDevice(PelarixDevice *device) {
   platform::EnterLock(&device->lock);
-  if (DeviceStateOf(device) == kDevicePlugged) UnplugDevice(device);
+  if (DeviceStateOf(device) == kDevicePlugged) {
+    UnplugDevice(device);
+  }
   if (device->items != nullptr) {
     platform::LeaveLock(&device->lock);
     return;  // the last item to go takes the device with it
@@ -104,8 +110,12 @@ void DestroyDevice(PelarixDevice *device) {
 PelarixDevice *FindDeviceByPlugNo(PelarixSession *session, uint32_t plugNo) {
   platform::EnterLock(&session->deviceListLock);
   PelarixDevice *device = session->devices;
-  while (device != nullptr && device->plugNo != plugNo) device = device->next;
-  if (device != nullptr) AddRefCount(&device->header, 1);
+  while (device != nullptr && device->plugNo != plugNo) {
+    device = device->next;
+  }
+  if (device != nullptr) {
+    AddRefCount(&device->header, 1);
+  }
   platform::LeaveLock(&session->deviceListLock);
   return device;
 }

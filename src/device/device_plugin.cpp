@@ -20,7 +20,9 @@ namespace {
 void WarnOfMissingStrings(const PelarixDevice *device) {
   const uint8_t serial = device->deviceDescriptor[kDeviceDescriptorSerialIndex];
   const uint8_t product = device->deviceDescriptor[kDeviceDescriptorProductIndex];
-  if (serial == 0 && product == 0) return;
+  if (serial == 0 && product == 0) {
+    return;
+  }
   if (StringStoreLanguageCount(device->stringStore) == 0) {
     LogMessage(kLogLifecycle,
                u"Ignoring language ID missing from string store, handle: %p, PlugNo: %d", device,
@@ -54,7 +56,9 @@ PelarixStatus SendPluginRecord(PelarixDevice *device, uint8_t **record) {
     return Pelarix_OutOfMemory;
   }
   *record = static_cast<uint8_t *>(std::calloc(1, recordSize));
-  if (*record == nullptr) return Pelarix_OutOfMemory;
+  if (*record == nullptr) {
+    return Pelarix_OutOfMemory;
+  }
   HubPluginRecord fields{};
   fields.plugNo = device->plugNo;
   fields.clientVersion = device->clientVersion;
