@@ -16,15 +16,21 @@ namespace pelarix {
 namespace {
 
 PelarixItem *ItemOrLog(PelarixHandle handle) {
-  if (IsValidHandle(handle, kItemHandle)) return static_cast<PelarixItem *>(handle);
+  if (IsValidHandle(handle, kItemHandle)) {
+    return static_cast<PelarixItem *>(handle);
+  }
   LogMessage(kLogFailure, u"Invalid item handle: %p", handle);
   return nullptr;
 }
 
 // The status of a getter that checks its item and one out pointer.
 PelarixStatus CheckItemAndOut(PelarixItem *item, const void *out, const char16_t *nullText) {
-  if (item == nullptr) return Pelarix_InvalidHandle;
-  if (out != nullptr) return Pelarix_Success;
+  if (item == nullptr) {
+    return Pelarix_InvalidHandle;
+  }
+  if (out != nullptr) {
+    return Pelarix_Success;
+  }
   LogMessage(kLogFailure, nullText);
   return Pelarix_InvalidParameter;
 }
@@ -61,7 +67,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetItemDeviceHandle(PelarixHandle
   if (status == Pelarix_Success) {
     // A new reference, which the caller closes.
     status = Pelarix_DuplicateHandle(DeviceOf(item));
-    if (status == Pelarix_Success) *deviceHandle = DeviceOf(item);
+    if (status == Pelarix_Success) {
+      *deviceHandle = DeviceOf(item);
+    }
   }
   LogMessage(kLogTraffic, u"Get item device handle, handle: %d, status: 0x%x",
              DecimalHandle(handle), status);
@@ -72,7 +80,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetItemId(PelarixHandle handle, u
   using namespace pelarix;
   PelarixItem *item = ItemOrLog(handle);
   const PelarixStatus status = CheckItemAndOut(item, itemId, u"Invalid parameter, itemId is null");
-  if (status == Pelarix_Success) *itemId = item->itemId;
+  if (status == Pelarix_Success) {
+    *itemId = item->itemId;
+  }
   LogMessage(kLogTraffic, u"Get item ID, handle: %d, status: 0x%x", DecimalHandle(handle), status);
   return status;
 }
@@ -83,7 +93,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_GetItemInfo(PelarixHandle handle,
   PelarixItem *item = ItemOrLog(handle);
   const PelarixStatus status =
       CheckItemAndOut(item, itemInfo, u"Invalid parameter, itemInfo is null");
-  if (status == Pelarix_Success) FillItemInfo(item, itemInfo);
+  if (status == Pelarix_Success) {
+    FillItemInfo(item, itemInfo);
+  }
   LogMessage(kLogTraffic, u"Get item info, handle: %d, status: 0x%x", DecimalHandle(handle),
              status);
   return status;

@@ -23,12 +23,16 @@ constexpr uint32_t kStackCompletionBytes = 1024;
 PelarixStatus SendCompletion(PelarixItem *item, uint32_t status, uint32_t length,
                              const void *data) {
   uint32_t recordSize = 0;
-  if (!HubCompleteRecordSize(length, &recordSize)) return Pelarix_OutOfMemory;
+  if (!HubCompleteRecordSize(length, &recordSize)) {
+    return Pelarix_OutOfMemory;
+  }
   uint8_t onStack[kStackCompletionBytes];
   uint8_t *record = onStack;
   if (recordSize > sizeof onStack) {
     record = static_cast<uint8_t *>(std::malloc(recordSize));
-    if (record == nullptr) return Pelarix_OutOfMemory;
+    if (record == nullptr) {
+      return Pelarix_OutOfMemory;
+    }
   }
   WriteHubCompleteRecord(record, item->itemId, status, nullptr, length);
   uint8_t *answer = record + kHubCompleteRecordHeaderBytes;
@@ -39,7 +43,9 @@ PelarixStatus SendCompletion(PelarixItem *item, uint32_t status, uint32_t length
   }
   PelarixSession *session = SessionOf(DeviceOf(item));
   const PelarixStatus result = HubCompleteItem(session->hubHandle, item, record, recordSize);
-  if (record != onStack) std::free(record);
+  if (record != onStack) {
+    std::free(record);
+  }
   return result;
 }
 
@@ -93,7 +99,9 @@ PelarixStatus CompleteItemInternal(PelarixItem *item, uint32_t status, uint32_t 
     wasParked = ClaimFetchItem(item);
   } else {
     result = SendCompletion(item, status, length, data);
-    if (result == Pelarix_Success) item->state = kItemCompleted;
+    if (result == Pelarix_Success) {
+      item->state = kItemCompleted;
+    }
   }
   platform::LeaveLock(&item->lock);
   if (fetch) CompleteFetchItem(item, wasParked, status, length, data);
@@ -153,7 +161,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CompleteItemRaw(PelarixHandle han
       wasParked = ClaimFetchItem(item);
     } else {
       result = HubCompleteItem(SessionOf(DeviceOf(item))->hubHandle, item, record, length);
-      if (result == Pelarix_Success) item->state = kItemCompleted;
+      if (result == Pelarix_Success) {
+        item->state = kItemCompleted;
+      }
     }
     platform::LeaveLock(&item->lock);
     if (fetch) CompleteFetchRaw(item, wasParked, length, static_cast<const uint8_t *>(record));

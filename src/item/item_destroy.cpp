@@ -14,8 +14,12 @@ namespace {
 bool UnlinkItem(PelarixDevice *device, PelarixItem *item) {
   platform::EnterLock(&device->lock);
   PelarixItem **link = &device->items;
-  while (*link != nullptr && *link != item) link = &(*link)->next;
-  if (*link == item) *link = item->next;  // an item never linked in is not found
+  while (*link != nullptr && *link != item) {
+    link = &(*link)->next;
+  }
+  if (*link == item) {
+    *link = item->next;  // an item never linked in is not found
+  }
   const bool emptied = device->items == nullptr;
   platform::LeaveLock(&device->lock);
   return emptied;
@@ -40,7 +44,9 @@ void DestroyItem(PelarixItem *item) {
   FreeRecord(kItemHandle, item, sizeof(PelarixItem));
   // Only the release of the device's last item can free a device whose own
   // references are gone; a release that leaves items behind does not look.
-  if (lastItem && ReadRefCount(&device->header) == 0) DestroyDevice(device);
+  if (lastItem && ReadRefCount(&device->header) == 0) {
+    DestroyDevice(device);
+  }
 }
 
 }  // namespace pelarix

@@ -71,7 +71,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_UnparkItem(uint32_t itemId, Pelar
     status = Pelarix_InvalidParameter;
   } else {
     *handle = TakeParkedItem(static_cast<PelarixSession *>(session), itemId);
-    if (*handle == nullptr) status = Pelarix_InvalidParameter;
+    if (*handle == nullptr) {
+      status = Pelarix_InvalidParameter;
+    }
   }
   LogMessage(kLogTraffic, u"Unpark item, handle: %d, status: 0x%x", DecimalHandle(handle), status);
   return status;

@@ -34,7 +34,7 @@ enum PumpEvent : uint32_t { kCancelEvent = 0, kFetchEvent = 1, kHubEvent = 2 };
 
 // The local state of one call, kept across passes.
 struct PumpCall {
-  PelarixSession *session;
+  PelarixSession *session = nullptr;
   PelarixDevice *device = nullptr;  // holds a reference while set
   PelarixItem *item = nullptr;
   uint8_t *buffer = nullptr;      // prefix room, record, suffix room
@@ -64,7 +64,9 @@ void AskForRoom(PumpCall &call, uint32_t length, uint32_t plugNo) {
 uint8_t *AllocateWithRoom(PumpCall &call, uint32_t length, uint32_t spare, bool zeroFill) {
   const uint64_t total =
       uint64_t{call.prefix} + length + (call.suffix > spare ? call.suffix : spare);
-  if (total > UINT32_MAX) return nullptr;
+  if (total > UINT32_MAX) {
+    return nullptr;
+  }
   call.bufferLength = static_cast<uint32_t>(total);
   void *memory = zeroFill ? std::calloc(1, total) : std::malloc(total);
   return static_cast<uint8_t *>(memory);
@@ -80,7 +82,9 @@ void FreeAllocations(PumpCall &call) {
 
 // Moves a reference in the device slot out of it.
 void ReleaseDeviceSlot(PumpCall &call) {
-  if (call.device == nullptr) return;
+  if (call.device == nullptr) {
+    return;
+  }
   ReleaseHandle(&call.device->header);
   call.device = nullptr;
 }
@@ -100,7 +104,9 @@ PelarixStatus FirstBuffer(PumpCall &call) {
   }
   AskForRoom(call, expected, kNoPlugNo);
   call.buffer = AllocateWithRoom(call, expected, 0, true);
-  if (call.buffer == nullptr) return Pelarix_OutOfMemory;
+  if (call.buffer == nullptr) {
+    return Pelarix_OutOfMemory;
+  }
   call.record = call.buffer + call.prefix;
   return Pelarix_Success;
 }
@@ -111,7 +117,9 @@ PelarixStatus LateBuffer(PumpCall &call, uint32_t plugNo) {
   const uint32_t expected = ExpectedItemLength(call.session);
   AskForRoom(call, expected, plugNo);
   call.buffer = AllocateWithRoom(call, expected, 0, true);
-  if (call.buffer == nullptr) return Pelarix_OutOfMemory;
+  if (call.buffer == nullptr) {
+    return Pelarix_OutOfMemory;
+  }
   std::memcpy(call.buffer + call.prefix, call.bareRecord, expected);
   std::free(call.bareRecord);
   call.bareRecord = nullptr;
@@ -151,7 +159,9 @@ PelarixStatus FetchLongItem(PumpCall &call, uint32_t dataLength, uint32_t plugNo
   std::free(oldBuffer);
   const PelarixStatus status = HubGetItemBuffer(call.session->hubHandle, call.session,
                                                 call.record + kHubItemRecordHeaderBytes, whole);
-  if (status == Pelarix_Success) CountCall(call.device->itemCallCount);
+  if (status == Pelarix_Success) {
+    CountCall(call.device->itemCallCount);
+  }
   return status;
 }
 
@@ -173,20 +183,28 @@ void FillItem(PumpCall &call, const HubItemRecord &header) {
 PelarixStatus MakeItem(PumpCall &call, const HubItemRecord &header) {
   if (gLibrary.lateItemAllocation != 0) {
     const PelarixStatus status = LateBuffer(call, header.plugNo);
-    if (status != Pelarix_Success) return status;
+    if (status != Pelarix_Success) {
+      return status;
+    }
   }
   CountCall(call.device->itemCount);
   CountCall(call.device->itemCallCount);
   call.item = NewItemRecord(call.device);
-  if (call.item == nullptr) return Pelarix_OutOfMemory;
+  if (call.item == nullptr) {
+    return Pelarix_OutOfMemory;
+  }
   if (header.type == kHubItemNoticeNoCompletion) {
     call.item->flags |= kItemNoCompletion;
   } else if (header.type != kHubItemNotice) {
-    if (header.noCompletion != 0) call.item->flags |= kItemNoCompletion;
+    if (header.noCompletion != 0) {
+      call.item->flags |= kItemNoCompletion;
+    }
     RaiseMaxLength(call.device, header.dataLength);
     if (uint64_t{header.dataLength} + kHubItemRecordHeaderBytes > call.received) {
       const PelarixStatus status = FetchLongItem(call, header.dataLength, header.plugNo);
-      if (status != Pelarix_Success) return status;
+      if (status != Pelarix_Success) {
+        return status;
+      }
     }
   }
   FillItem(call, header);
@@ -196,7 +214,9 @@ PelarixStatus MakeItem(PumpCall &call, const HubItemRecord &header) {
 // An answer whose header is not whole, or whose data could be no USB
 // transfer, is no item: the hub hears that nobody serves it.
 bool IsMalformedAnswer(const PumpCall &call, const HubItemRecord &header) {
-  if (call.received < kHubItemRecordHeaderBytes) return true;
+  if (call.received < kHubItemRecordHeaderBytes) {
+    return true;
+  }
   const bool request = header.type != kHubItemNotice && header.type != kHubItemNoticeNoCompletion;
   return request && header.dataLength > kMaxItemDataLength;
 }
@@ -205,12 +225,16 @@ bool IsMalformedAnswer(const PumpCall &call, const HubItemRecord &header) {
 Pass HubPass(PumpCall &call, PelarixStatus *status) {
   PelarixSession *session = call.session;
   *status = FirstBuffer(call);
-  if (*status != Pelarix_Success) return Pass::kDone;
+  if (*status != Pelarix_Success) {
+    return Pass::kDone;
+  }
   platform::EnterLock(&session->hubItemLock);
   call.hubItemLockHeld = true;
   *status = HubGetItem(session->hubHandle, session, call.record, ExpectedItemLength(session),
                        &call.received);
-  if (*status != Pelarix_Success) return Pass::kDone;
+  if (*status != Pelarix_Success) {
+    return Pass::kDone;
+  }
   const HubItemRecord header = ReadHubItemRecord(call.record);
   if (call.received == 0 || header.itemId == 0) {
     LogMessage(kLogTraffic, u"Blank item returned, handle: %p", session);
@@ -258,7 +282,9 @@ Pass FetchPass(PumpCall &call, PelarixStatus *status) {
   *status = Pelarix_Failure;
   for (PelarixDevice *device = session->devices; device != nullptr; device = device->next) {
     const FetchGetItem getItem = std::atomic_ref<FetchGetItem>(device->fetchGetItem).load();
-    if (getItem == nullptr) continue;
+    if (getItem == nullptr) {
+      continue;
+    }
     call.device = FindDeviceByPlugNo(session, device->plugNo);
     LogMessage(kLogLifecycle,
                u"Deferred plugin get item found, handle: %p, PlugNo: %d, Item Id: %d", session,
@@ -298,13 +324,17 @@ PelarixStatus Pump(PumpCall &call) {
     } else {
       pass = HubPass(call, &status);  // also a failed wait
     }
-    if (pass == Pass::kDone) return status;
+    if (pass == Pass::kDone) {
+      return status;
+    }
   }
 }
 
 // Hands the item over, or undoes what the call made.
 void FinishCall(PumpCall &call, PelarixStatus status, PelarixHandle *itemHandle) {
-  if (call.hubItemLockHeld) platform::LeaveLock(&call.session->hubItemLock);
+  if (call.hubItemLockHeld) {
+    platform::LeaveLock(&call.session->hubItemLock);
+  }
   if (status == Pelarix_Success) {
     platform::EnterLock(&call.device->lock);
     call.item->next = call.device->items;
@@ -315,7 +345,9 @@ void FinishCall(PumpCall &call, PelarixStatus status, PelarixHandle *itemHandle)
     FreeAllocations(call);
     // Its id is not filled in yet: the completion of the destroy reaches the
     // hub with item id 0.
-    if (call.item != nullptr) DestroyItem(call.item);
+    if (call.item != nullptr) {
+      DestroyItem(call.item);
+    }
   }
   ReleaseDeviceSlot(call);  // the item holds no reference on its device
 }
