@@ -41,8 +41,9 @@ void CatchLine(uint32_t /*level*/, const char *format, va_list args) {
   }
   // A hex block of the dump comes as one text of several lines.
   size_t begin = 0;
-  for (size_t end; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
+  for (size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin)) {
     caught->model.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
   }
   if (begin < text.size()) {
     caught->model.push_back(text.substr(begin));

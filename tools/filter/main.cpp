@@ -74,12 +74,18 @@ bool ParseArguments(int argc, char **argv, Options &options, std::string &error)
     };
     std::string text;
     if (arg == "--local" || arg == "--agent") {
-      if (!value(text)) return false;
+      if (!value(text)) {
+        return false;
+      }
       (arg == "--local" ? options.local : options.agent).push_back(text);
     } else if (arg == "--agent-blob") {
-      if (!value(options.agentBlob)) return false;
+      if (!value(options.agentBlob)) {
+        return false;
+      }
     } else if (arg == "--sysfs") {
-      if (!value(options.sysfs)) return false;
+      if (!value(options.sysfs)) {
+        return false;
+      }
     } else if (arg == "--json") {
       options.json = true;
     } else if (arg == "--dump") {
@@ -88,7 +94,7 @@ bool ParseArguments(int argc, char **argv, Options &options, std::string &error)
       options.help = true;
     } else if (arg == "--version") {
       options.version = true;
-    } else if (arg.rfind("-", 0) == 0 && arg != "-") {
+    } else if (arg.rfind('-', 0) == 0 && arg != "-") {
       error = "unknown option " + arg;
       return false;
     } else {
@@ -118,7 +124,9 @@ void CatchPolicyNote(uint32_t /*level*/, const char *format, va_list args) {
 
 bool ReadBlob(const std::string &file, ordo::usb::DevFilterMgrClient &client) {
   std::ifstream in(file, std::ios::binary);
-  if (!in) return false;
+  if (!in) {
+    return false;
+  }
   const std::vector<uint8_t> blob{std::istreambuf_iterator<char>(in), {}};
   return client.ReadFilterBlob(blob.data(), blob.size(), false);
 }
@@ -126,7 +134,9 @@ bool ReadBlob(const std::string &file, ordo::usb::DevFilterMgrClient &client) {
 void FeedAgentStrings(const std::vector<std::string> &strings,
                       ordo::usb::DevFilterMgrClient &client) {
   ordo::usb::DevFilterMgrAgent agent;
-  for (const std::string &text : strings) agent.AddFilterRule(text);
+  for (const std::string &text : strings) {
+    agent.AddFilterRule(text);
+  }
   std::vector<uint8_t> blob(agent.GetFilterBlob(nullptr));
   agent.GetFilterBlob(blob.data());
   client.ReadFilterBlob(blob.data(), blob.size(), false);
@@ -138,7 +148,9 @@ bool BuildPolicy(const Options &options, ordo::usb::DevFilterMgrClient &client) 
   policyNotes = &notes;
   // Engine level 2 and above: warnings and errors only.
   ordo::usb::SetFilterLogHook(CatchPolicyNote, 2);
-  for (const std::string &text : options.local) client.AddFilterRule(text, true);
+  for (const std::string &text : options.local) {
+    client.AddFilterRule(text, true);
+  }
   bool blobRead = true;
   if (!options.agentBlob.empty()) {
     blobRead = ReadBlob(options.agentBlob, client);
@@ -148,7 +160,9 @@ bool BuildPolicy(const Options &options, ordo::usb::DevFilterMgrClient &client) 
   client.MergeFilterLists();
   ordo::usb::SetFilterLogHook(nullptr, 0);
   policyNotes = nullptr;
-  for (const std::string &note : notes) std::cerr << "pelarix-filter: policy: " << note << "\n";
+  for (const std::string &note : notes) {
+    std::cerr << "pelarix-filter: policy: " << note << "\n";
+  }
   if (!blobRead) {
     std::cerr << "pelarix-filter: " << options.agentBlob << ": cannot read the agent's blob\n";
   }
@@ -156,7 +170,9 @@ bool BuildPolicy(const Options &options, ordo::usb::DevFilterMgrClient &client) 
 }
 
 std::vector<DeviceInput> ReadDevices(const Options &options) {
-  if (options.files.empty()) return pelarix::tools::ReadSysfsDevices(options.sysfs);
+  if (options.files.empty()) {
+    return pelarix::tools::ReadSysfsDevices(options.sysfs);
+  }
   std::vector<DeviceInput> devices;
   for (const std::string &file : options.files) {
     devices.push_back(pelarix::tools::ReadDeviceFile(file));
@@ -166,7 +182,9 @@ std::vector<DeviceInput> ReadDevices(const Options &options) {
 
 int Run(const Options &options) {
   ordo::usb::DevFilterMgrClient client;
-  if (!BuildPolicy(options, client)) return kExitUnreadable;
+  if (!BuildPolicy(options, client)) {
+    return kExitUnreadable;
+  }
   int status = 0;
   std::vector<DeviceReport> reports;
   const std::vector<DeviceInput> devices = ReadDevices(options);
@@ -186,7 +204,9 @@ int Run(const Options &options) {
     pelarix::tools::WriteJson(std::cout, reports);
   } else {
     for (size_t i = 0; i < reports.size(); ++i) {
-      if (i != 0) std::cout << "\n";
+      if (i != 0) {
+        std::cout << "\n";
+      }
       pelarix::tools::WriteText(std::cout, reports[i]);
     }
   }
