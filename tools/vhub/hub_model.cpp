@@ -64,8 +64,12 @@ HubModel::HubModel(uint32_t version, Logger logger, bool keepRecords)
     : logger_(std::move(logger)), version_(version), keepRecords_(keepRecords) {}
 
 HubModel::~HubModel() {
-  for (const HeldReply &held : held_) CloseReply(held.replyFd);
-  if (eventFd_ != kNoCallerHandle) CloseNotificationEvent(eventFd_);
+  for (const HeldReply &held : held_) {
+    CloseReply(held.replyFd);
+  }
+  if (eventFd_ != kNoCallerHandle) {
+    CloseNotificationEvent(eventFd_);
+  }
 }
 
 // ---------------------------------------------------------------------------
@@ -76,7 +80,9 @@ uint32_t HubModel::OpenSession() {
   uint32_t status = nextOpenStatus_;
   nextOpenStatus_ = 0;
   const bool asked = status != 0;
-  if (status == 0 && sessionOpen_) status = kErrorSharingViolation;
+  if (status == 0 && sessionOpen_) {
+    status = kErrorSharingViolation;
+  }
   if (status == 0) {
     sessionOpen_ = true;
     ++sessionsOpened_;
@@ -91,13 +97,19 @@ uint32_t HubModel::OpenSession() {
 
 void HubModel::CloseSession(const std::string &reason) {
   std::lock_guard<std::mutex> lock(mutex_);
-  for (uint32_t plugNo : plugged_) Log("PlugNo " + std::to_string(plugNo) + " unplugged at close");
+  for (uint32_t plugNo : plugged_) {
+    Log("PlugNo " + std::to_string(plugNo) + " unplugged at close");
+  }
   plugged_.clear();
   DropQueuedItems(std::nullopt);
   lastDelivered_.reset();
-  for (const HeldReply &held : held_) CloseReply(held.replyFd);  // their callers see a hang-up
+  for (const HeldReply &held : held_) {
+    CloseReply(held.replyFd);  // their callers see a hang-up
+  }
   held_.clear();
-  if (eventFd_ != kNoCallerHandle) CloseNotificationEvent(eventFd_);
+  if (eventFd_ != kNoCallerHandle) {
+    CloseNotificationEvent(eventFd_);
+  }
   eventFd_ = kNoCallerHandle;
   raised_ = false;
   sessionOpen_ = false;
@@ -120,9 +132,15 @@ HubAnswer HubModel::Handle(uint32_t code, const uint8_t *input, uint32_t inputLe
     Injection &next = injected->second.front();
     record.answer = next.answer;
     record.injected = true;
-    if (hold != nullptr) *hold = next.hold;
-    if (next.times != kForever && --next.times == 0) injected->second.pop_front();
-    if (eventFd != kNoCallerHandle) CloseNotificationEvent(eventFd);
+    if (hold != nullptr) {
+      *hold = next.hold;
+    }
+    if (next.times != kForever && --next.times == 0) {
+      injected->second.pop_front();
+    }
+    if (eventFd != kNoCallerHandle) {
+      CloseNotificationEvent(eventFd);
+    }
   } else {
     record.answer = Process(code, input, inputLength, outputCapacity, eventFd);
   }
@@ -169,7 +187,9 @@ HubAnswer HubModel::Process(uint32_t code, const uint8_t *input, uint32_t inputL
 }
 
 HubAnswer HubModel::Word(uint32_t value, uint32_t outputCapacity) {
-  if (outputCapacity < 4) return Failure(kErrorInsufficientBuffer);
+  if (outputCapacity < 4) {
+    return Failure(kErrorInsufficientBuffer);
+  }
   HubAnswer answer;
   AppendU32(answer.output, value);
   return answer;
@@ -177,10 +197,14 @@ HubAnswer HubModel::Word(uint32_t value, uint32_t outputCapacity) {
 
 HubAnswer HubModel::SetNotificationEvent(uint32_t inputLength, CallerHandle eventFd) {
   if (inputLength != 8 || eventFd == kNoCallerHandle) {
-    if (eventFd != kNoCallerHandle) CloseNotificationEvent(eventFd);
+    if (eventFd != kNoCallerHandle) {
+      CloseNotificationEvent(eventFd);
+    }
     return Failure(kErrorInvalidParameter);
   }
-  if (eventFd_ != kNoCallerHandle) CloseNotificationEvent(eventFd_);
+  if (eventFd_ != kNoCallerHandle) {
+    CloseNotificationEvent(eventFd_);
+  }
   AdoptNotificationEvent(eventFd);
   eventFd_ = eventFd;
   raised_ = false;
@@ -189,7 +213,9 @@ HubAnswer HubModel::SetNotificationEvent(uint32_t inputLength, CallerHandle even
 }
 
 HubAnswer HubModel::UnplugDevice(const uint8_t *input, uint32_t inputLength) {
-  if (inputLength < 4) return Failure(kErrorInvalidParameter);
+  if (inputLength < 4) {
+    return Failure(kErrorInvalidParameter);
+  }
   uint32_t plugNo = ReadU32(input);
   plugged_.erase(plugNo);
   if (keepRecords_) unplugs_.push_back(plugNo);
@@ -202,12 +228,16 @@ HubAnswer HubModel::UnplugDevice(const uint8_t *input, uint32_t inputLength) {
 HubAnswer HubModel::GetItem(uint32_t outputCapacity) {
   // Asking before the event was handed over is the caller's error, reported
   // when the request ends, as the driver does.
-  if (eventFd_ == kNoCallerHandle) return Failure(kHubErrorNotificationEventNotSet, true);
+  if (eventFd_ == kNoCallerHandle) {
+    return Failure(kHubErrorNotificationEventNotSet, true);
+  }
   if (queue_.empty()) {
     UpdateNotification();
     return {};
   }
-  if (outputCapacity < kHubItemRecordHeaderBytes) return Failure(kErrorInsufficientBuffer);
+  if (outputCapacity < kHubItemRecordHeaderBytes) {
+    return Failure(kErrorInsufficientBuffer);
+  }
   QueuedItem item = std::move(queue_.front());
   queue_.pop_front();
   HubItemRecord header{};
@@ -233,15 +263,20 @@ HubAnswer HubModel::GetItem(uint32_t outputCapacity) {
 }
 
 HubAnswer HubModel::GetItemBuffer(uint32_t outputCapacity) {
-  if (!lastDelivered_) return Failure(kErrorInvalidFunction);
+  if (!lastDelivered_) {
+    return Failure(kErrorInvalidFunction);
+  }
   const std::vector<uint8_t> &data = lastDelivered_->content.data;
   HubAnswer answer;
-  answer.output.assign(data.begin(), data.begin() + std::min<size_t>(data.size(), outputCapacity));
+  const size_t copied = std::min<size_t>(data.size(), outputCapacity);
+  answer.output.assign(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(copied));
   return answer;
 }
 
 HubAnswer HubModel::CompleteItem(const uint8_t *input, uint32_t inputLength) {
-  if (inputLength < kHubCompleteRecordHeaderBytes) return Failure(kErrorInvalidParameter);
+  if (inputLength < kHubCompleteRecordHeaderBytes) {
+    return Failure(kErrorInvalidParameter);
+  }
   HubCompleteRecord header = ReadHubCompleteRecord(input);
   if (header.dataLength > inputLength - kHubCompleteRecordHeaderBytes) {
     return Failure(kErrorInvalidParameter);
@@ -260,7 +295,15 @@ HubAnswer HubModel::CompleteItem(const uint8_t *input, uint32_t inputLength) {
   if (tracked != items_.end() && tracked->second.delivered) {
     completion.known = true;
     ++tracked->second.completions;
-    if (!keepRecords_) items_.erase(tracked);
+    if (!keepRecords_) {
+      items_.erase(tracked);
+    }
+  }
+  if (!completion.known) {
+    Log("completion of unknown item " + std::to_string(header.itemId));
+  }
+  if (keepRecords_) {
+    completions_.push_back(std::move(completion));
   }
   if (!completion.known) Log("completion of unknown item " + std::to_string(header.itemId));
   if (observer_.completed) observer_.completed(completion);
@@ -270,24 +313,36 @@ HubAnswer HubModel::CompleteItem(const uint8_t *input, uint32_t inputLength) {
 
 HubAnswer HubModel::PluginDevice(const uint8_t *input, uint32_t inputLength) {
   // The driver checks a plug-in after the request has gone pending.
-  if (inputLength < kHubPluginRecordOverhead) return Failure(kErrorInvalidParameter, true);
-  HubPluginRecord header;
+  if (inputLength < kHubPluginRecordOverhead) {
+    return Failure(kErrorInvalidParameter, true);
+  }
+  HubPluginRecord header{};
   std::memcpy(&header, input, sizeof header);
   uint32_t payloadLength = inputLength - kHubPluginRecordOverhead;
-  if (header.payloadLength != payloadLength) return Failure(kErrorInvalidParameter, true);
-  if (plugged_.count(header.plugNo) != 0) return Failure(kErrorAlreadyExists, true);
+  if (header.payloadLength != payloadLength) {
+    return Failure(kErrorInvalidParameter, true);
+  }
+  if (plugged_.count(header.plugNo) != 0) {
+    return Failure(kErrorAlreadyExists, true);
+  }
   const uint8_t *device = input + sizeof header;
   bool deviceGood = payloadLength >= kUsbDeviceDescriptorBytes &&
                     device[0] == kUsbDeviceDescriptorBytes && device[1] == kDeviceDescriptorType;
-  if (!deviceGood) return Failure(kHubErrorDeviceDescriptorCheck, true);
+  if (!deviceGood) {
+    return Failure(kHubErrorDeviceDescriptorCheck, true);
+  }
   const uint8_t *config = device + kUsbDeviceDescriptorBytes;
   uint32_t configRoom = payloadLength - kUsbDeviceDescriptorBytes;
   uint32_t totalLength = configRoom >= 4 ? (config[2] | config[3] << 8) : 0;
   bool configGood = configRoom >= kConfigDescriptorMinimum && config[1] == kConfigDescriptorType &&
                     totalLength >= kConfigDescriptorMinimum && totalLength <= configRoom;
-  if (!configGood) return Failure(kHubErrorConfigDescriptorCheck, true);
+  if (!configGood) {
+    return Failure(kHubErrorConfigDescriptorCheck, true);
+  }
   plugged_.insert(header.plugNo);
-  if (keepRecords_) pluginRecords_.emplace_back(input, input + inputLength);
+  if (keepRecords_) {
+    pluginRecords_.emplace_back(input, input + inputLength);
+  }
   Log("PlugNo " + std::to_string(header.plugNo) + " plugged in");
   if (observer_.plugged) observer_.plugged(header.plugNo, {input, input + inputLength});
   return HubAnswer{true, 0, {}};
@@ -295,32 +350,44 @@ HubAnswer HubModel::PluginDevice(const uint8_t *input, uint32_t inputLength) {
 
 uint32_t HubModel::NextItemId() {
   uint32_t id = nextItemId_++;
-  if (nextItemId_ == 0) nextItemId_ = 1;  // 0 marks a blank record
+  if (nextItemId_ == 0) {
+    nextItemId_ = 1;  // 0 marks a blank record
+  }
   return id;
 }
 
 void HubModel::DropQueuedItems(std::optional<uint32_t> plugNo) {
   auto dropped = [&](const QueuedItem &item) {
     bool drop = !plugNo || item.content.plugNo == *plugNo;
-    if (drop && keepRecords_) items_[item.itemId].dropped = true;
-    if (drop && !keepRecords_) items_.erase(item.itemId);
+    if (drop && keepRecords_) {
+      items_[item.itemId].dropped = true;
+    }
+    if (drop && !keepRecords_) {
+      items_.erase(item.itemId);
+    }
     return drop;
   };
   queue_.erase(std::remove_if(queue_.begin(), queue_.end(), dropped), queue_.end());
 }
 
 void HubModel::UpdateNotification() {
-  if (eventFd_ != kNoCallerHandle && raised_ != !queue_.empty()) SetRaised(!queue_.empty());
+  if (eventFd_ != kNoCallerHandle && raised_ != !queue_.empty()) {
+    SetRaised(!queue_.empty());
+  }
 }
 
 void HubModel::SetRaised(bool raised) {
-  if (eventFd_ == kNoCallerHandle) return;
+  if (eventFd_ == kNoCallerHandle) {
+    return;
+  }
   SignalNotificationEvent(eventFd_, raised);
   raised_ = raised;
 }
 
 void HubModel::Log(const std::string &line) const {
-  if (logger_) logger_(line);
+  if (logger_) {
+    logger_(line);
+  }
 }
 
 // ---------------------------------------------------------------------------
@@ -373,7 +440,9 @@ bool HubModel::ReleaseHeld(uint32_t code) {
   std::lock_guard<std::mutex> lock(mutex_);
   auto held = std::find_if(held_.begin(), held_.end(),
                            [code](const HeldReply &reply) { return reply.code == code; });
-  if (held == held_.end()) return false;
+  if (held == held_.end()) {
+    return false;
+  }
   SendReply(held->replyFd, held->answer);
   CloseReply(held->replyFd);
   held_.erase(held);
@@ -411,7 +480,9 @@ std::vector<RequestRecord> HubModel::RequestsOf(uint32_t code) const {
   std::lock_guard<std::mutex> lock(mutex_);
   std::vector<RequestRecord> matching;
   for (const RequestRecord &record : requests_) {
-    if (record.code == code) matching.push_back(record);
+    if (record.code == code) {
+      matching.push_back(record);
+    }
   }
   return matching;
 }
@@ -466,7 +537,9 @@ std::vector<ItemProblem> HubModel::ItemProblems() const {
   std::lock_guard<std::mutex> lock(mutex_);
   std::vector<ItemProblem> problems;
   for (const auto &[itemId, track] : items_) {
-    if (track.dropped || track.completions == 1) continue;
+    if (track.dropped || track.completions == 1) {
+      continue;
+    }
     problems.push_back(
         ItemProblem{itemId, track.plugNo, track.type, track.delivered, track.completions});
   }

@@ -166,12 +166,12 @@ class HubModel {
   };
   struct Injection {
     HubAnswer answer;
-    uint32_t times;
-    bool hold;
+    uint32_t times = 0;
+    bool hold = false;
   };
   struct HeldReply {
-    uint32_t code;
-    CallerHandle replyFd;
+    uint32_t code = 0;
+    CallerHandle replyFd = kNoCallerHandle;
     HubAnswer answer;
   };
 

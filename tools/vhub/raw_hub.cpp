@@ -11,7 +11,9 @@ namespace pelarix::vhub {
 RawHub::RawHub(const std::string &path) : path_(path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) return;
+  if (path.size() >= sizeof address.sun_path) {
+    return;
+  }
   std::memcpy(address.sun_path, path.c_str(), path.size());
   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
@@ -23,7 +25,9 @@ RawHub::RawHub(const std::string &path) : path_(path) {
 }
 
 RawHub::~RawHub() {
-  if (listenFd_ < 0) return;
+  if (listenFd_ < 0) {
+    return;
+  }
   close(listenFd_);
   unlink(path_.c_str());
 }
@@ -32,7 +36,9 @@ RawHub::Received RawHub::ServeOne(const std::vector<uint8_t> &openStatus, const 
                                   size_t answerSize) {
   Received received;
   int session = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-  if (session < 0) return received;
+  if (session < 0) {
+    return received;
+  }
   bool sent = !openStatus.empty() && send(session, openStatus.data(), openStatus.size(),
                                           MSG_NOSIGNAL) == static_cast<ssize_t>(openStatus.size());
   uint8_t frame[64];
@@ -51,7 +57,7 @@ RawHub::Received RawHub::ServeOne(const std::vector<uint8_t> &openStatus, const 
       size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
       received.descriptors += count;
       for (size_t i = 0; i < count; ++i) {
-        int fd;
+        int fd = -1;
         std::memcpy(&fd, CMSG_DATA(header) + i * sizeof(int), sizeof fd);
         // The first descriptor is the reply end; any other is let go.
         if (header == CMSG_FIRSTHDR(&message) && i == 0 && answerSize > 0) {

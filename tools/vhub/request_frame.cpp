@@ -15,17 +15,27 @@ uint32_t ReadU32(const uint8_t *at) {
 }
 
 void AppendU32(std::vector<uint8_t> &out, uint32_t value) {
-  for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+  for (int i = 0; i < 4; ++i) {
+    out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+  }
 }
 
 FrameParse ParseRequestFrame(const uint8_t *data, size_t size, RequestFrame *frame,
                              size_t *consumed) {
   *consumed = 0;
-  if (size >= 4 && ReadU32(data) != kRequestMagic) return FrameParse::kBadMagic;
-  if (size < kFrameHeaderBytes) return FrameParse::kIncomplete;
+  if (size >= 4 && ReadU32(data) != kRequestMagic) {
+    return FrameParse::kBadMagic;
+  }
+  if (size < kFrameHeaderBytes) {
+    return FrameParse::kIncomplete;
+  }
   uint32_t inputLength = ReadU32(data + 8);
-  if (inputLength > kMaxRequestInput) return FrameParse::kInputTooLong;
-  if (size - kFrameHeaderBytes < inputLength) return FrameParse::kIncomplete;
+  if (inputLength > kMaxRequestInput) {
+    return FrameParse::kInputTooLong;
+  }
+  if (size - kFrameHeaderBytes < inputLength) {
+    return FrameParse::kIncomplete;
+  }
   frame->code = ReadU32(data + 4);
   frame->inputLength = inputLength;
   frame->outputCapacity = ReadU32(data + 12);

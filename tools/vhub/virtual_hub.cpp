@@ -27,14 +27,18 @@ namespace {
 constexpr size_t kMaxPassedFds = 64;
 // Answers waiting for room at once, beyond which a session is not reading.
 constexpr size_t kMaxOutgoingReplies = 64;
-constexpr size_t kReadChunk = 64 * 1024;
+constexpr size_t kReadChunk = size_t{64} * 1024;
 constexpr short kHangUp = POLLHUP | POLLERR | POLLRDHUP;
 
 bool MakeDirectories(const std::string &path) {
   for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
     std::string prefix = path.substr(0, slash);
-    if (mkdir(prefix.c_str(), 0755) != 0 && errno != EEXIST) return false;
-    if (slash == std::string::npos) return true;
+    if (mkdir(prefix.c_str(), 0755) != 0 && errno != EEXIST) {
+      return false;
+    }
+    if (slash == std::string::npos) {
+      return true;
+    }
   }
 }
 
@@ -51,7 +55,9 @@ std::string Hex(uint32_t value) {
 bool FillAddress(const std::string &path, sockaddr_un *address) {
   *address = sockaddr_un{};
   address->sun_family = AF_UNIX;
-  if (path.size() >= sizeof address->sun_path) return false;
+  if (path.size() >= sizeof address->sun_path) {
+    return false;
+  }
   std::memcpy(address->sun_path, path.data(), path.size());
   return true;
 }
@@ -61,7 +67,9 @@ bool FillAddress(const std::string &path, sockaddr_un *address) {
 // socket left behind by a hub that is gone.
 bool LiveHubAnswers(const sockaddr_un &address) {
   int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (probe < 0) return false;
+  if (probe < 0) {
+    return false;
+  }
   bool live = connect(probe, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 ||
               errno == EAGAIN || errno == EINPROGRESS;
   close(probe);
@@ -87,9 +95,13 @@ bool VirtualHub::Start(std::string *error) {
   // Two hubs starting at once on one directory take turns here, so neither
   // removes the socket the other has just bound.
   int directoryFd = open(options_.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (directoryFd >= 0) flock(directoryFd, LOCK_EX);
+  if (directoryFd >= 0) {
+    flock(directoryFd, LOCK_EX);
+  }
   bool claimed = ClaimSocketPath(error);
-  if (directoryFd >= 0) close(directoryFd);  // and with it the lock
+  if (directoryFd >= 0) {
+    close(directoryFd);  // and with it the lock
+  }
   if (!claimed) {
     Stop();
     return false;
@@ -99,7 +111,7 @@ bool VirtualHub::Start(std::string *error) {
 }
 
 bool VirtualHub::ClaimSocketPath(std::string *error) {
-  sockaddr_un address;
+  sockaddr_un address{};
   if (!FillAddress(socketPath_, &address)) {
     *error = "socket path too long: " + socketPath_;
     return false;
@@ -116,7 +128,9 @@ bool VirtualHub::ClaimSocketPath(std::string *error) {
   if (listenFd_ < 0 ||
       bind(listenFd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
     *error = Errno("cannot listen on " + socketPath_);
-    if (listenFd_ >= 0) close(listenFd_);
+    if (listenFd_ >= 0) {
+      close(listenFd_);
+    }
     listenFd_ = -1;  // the path is not ours: Stop must not remove it
     return false;
   }
@@ -158,7 +172,9 @@ void VirtualHub::Stop() {
   }
   listenFd_ = -1;
   for (int &fd : wakeFds_) {
-    if (fd >= 0) close(fd);
+    if (fd >= 0) {
+      close(fd);
+    }
     fd = -1;
   }
 }
@@ -169,37 +185,61 @@ void VirtualHub::Serve() {
     // is seen before the next open, so a closed session never blocks it.
     std::vector<pollfd> fds = {
         {wakeFds_[0], POLLIN, 0}, {sessionFd_, POLLIN | POLLRDHUP, 0}, {listenFd_, POLLIN, 0}};
-    for (const OutgoingReply &reply : replies_) fds.push_back({reply.fd, POLLOUT, 0});
+    for (const OutgoingReply &reply : replies_) {
+      fds.push_back({reply.fd, POLLOUT, 0});
+    }
     if (poll(fds.data(), fds.size(), PollTimeout()) < 0) {
-      if (errno == EINTR) continue;
+      if (errno == EINTR) {
+        continue;
+      }
       return;
     }
-    if (fds[0].revents != 0) return;
+    if (fds[0].revents != 0) {
+      return;
+    }
     std::vector<short> replyEvents;
-    for (size_t i = 3; i < fds.size(); ++i) replyEvents.push_back(fds[i].revents);
+    for (size_t i = 3; i < fds.size(); ++i) {
+      replyEvents.push_back(fds[i].revents);
+    }
     std::string ended;
-    if (fds[1].revents != 0) ended = ReadSession(fds[1].revents);
-    if (ended.empty()) ended = FlushReplies(replyEvents.data(), replyEvents.size());
-    if (!ended.empty()) DropSession(ended);
-    if (fds[2].revents != 0) Accept();
+    if (fds[1].revents != 0) {
+      ended = ReadSession(fds[1].revents);
+    }
+    if (ended.empty()) {
+      ended = FlushReplies(replyEvents.data(), replyEvents.size());
+    }
+    if (!ended.empty()) {
+      DropSession(ended);
+    }
+    if (fds[2].revents != 0) {
+      Accept();
+    }
   }
 }
 
 // Until the earliest deadline of an answer still going out; no limit without.
 int VirtualHub::PollTimeout() const {
-  if (replies_.empty()) return -1;
+  if (replies_.empty()) {
+    return -1;
+  }
   Clock::time_point earliest = replies_.front().deadline;
-  for (const OutgoingReply &reply : replies_) earliest = std::min(earliest, reply.deadline);
+  for (const OutgoingReply &reply : replies_) {
+    earliest = std::min(earliest, reply.deadline);
+  }
   auto left = std::chrono::duration_cast<std::chrono::milliseconds>(earliest - Clock::now());
   return static_cast<int>(std::max<int64_t>(0, left.count() + 1));
 }
 
 void VirtualHub::Accept() {
   int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-  if (fd < 0) return;
+  if (fd < 0) {
+    return;
+  }
   // A client that closed its session and connects again at once finds its
   // old session over, also when poll saw the new connection first.
-  if (sessionFd_ >= 0 && SessionHungUp()) DropSession("the client closed the connection");
+  if (sessionFd_ >= 0 && SessionHungUp()) {
+    DropSession("the client closed the connection");
+  }
   uint32_t status = model_.OpenSession();
   std::vector<uint8_t> statusBytes;
   AppendU32(statusBytes, status);
@@ -212,7 +252,9 @@ void VirtualHub::Accept() {
     sessionFd_ = fd;
     return;
   }
-  if (status == 0) model_.CloseSession("the open status could not be delivered");
+  if (status == 0) {
+    model_.CloseSession("the open status could not be delivered");
+  }
   close(fd);
 }
 
@@ -239,19 +281,27 @@ std::string VirtualHub::ReadSession(short events) {
   message.msg_control = control;
   message.msg_controllen = sizeof control;
   ssize_t got = recvmsg(sessionFd_, &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
-  if (got < 0 && (errno == EINTR || errno == EAGAIN)) return "";
-  if (got < 0) return Errno("read error");
+  if (got < 0 && (errno == EINTR || errno == EAGAIN)) {
+    return "";
+  }
+  if (got < 0) {
+    return Errno("read error");
+  }
   for (cmsghdr *header = CMSG_FIRSTHDR(&message); header != nullptr;
        header = CMSG_NXTHDR(&message, header)) {
-    if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
+    if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) {
+      continue;
+    }
     size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
     for (size_t i = 0; i < count; ++i) {
-      int fd;
+      int fd = -1;
       std::memcpy(&fd, CMSG_DATA(header) + i * sizeof(int), sizeof fd);
       passedFds_.push_back(fd);
     }
   }
-  if (got == 0) return "the client closed the connection";
+  if (got == 0) {
+    return "the client closed the connection";
+  }
   if ((message.msg_flags & MSG_CTRUNC) != 0) {
     return "bad frame: more than 16 descriptors on one message";
   }
@@ -271,9 +321,12 @@ std::string VirtualHub::AnswerFrames() {
     size_t consumed = 0;
     FrameParse parse =
         ParseRequestFrame(pending_.data() + used, pending_.size() - used, &frame, &consumed);
-    if (parse == FrameParse::kIncomplete) break;
-    if (parse == FrameParse::kBadMagic)
+    if (parse == FrameParse::kIncomplete) {
+      break;
+    }
+    if (parse == FrameParse::kBadMagic) {
       return "bad frame: wrong magic " + Hex(ReadU32(&pending_[used]));
+    }
     if (parse == FrameParse::kInputTooLong) {
       return "bad frame: input length " + std::to_string(ReadU32(&pending_[used + 8])) +
              " above the limit of " + std::to_string(kMaxRequestInput);
@@ -365,19 +418,27 @@ std::string VirtualHub::FlushReplies(const short *events, size_t count) {
 }
 
 void VirtualHub::DropSession(const std::string &reason) {
-  for (const OutgoingReply &reply : replies_) close(reply.fd);  // their callers see a hang-up
+  for (const OutgoingReply &reply : replies_) {
+    close(reply.fd);  // their callers see a hang-up
+  }
   replies_.clear();
-  if (sessionFd_ < 0) return;
+  if (sessionFd_ < 0) {
+    return;
+  }
   close(sessionFd_);
   sessionFd_ = -1;
-  for (int fd : passedFds_) close(fd);
+  for (int fd : passedFds_) {
+    close(fd);
+  }
   passedFds_.clear();
   pending_.clear();
   model_.CloseSession(reason);
 }
 
 void VirtualHub::Log(const std::string &line) const {
-  if (options_.logger) options_.logger(line);
+  if (options_.logger) {
+    options_.logger(line);
+  }
 }
 
 }  // namespace pelarix::vhub
