@@ -28,10 +28,13 @@ thread_local const PelarixDevice *tDeferredDevice = nullptr;
 // A serial number or product string, in the one language asked for; a
 // failure is logged with the format given (index, language, status).
 void FetchIndexedString(PelarixDevice *device, uint8_t index, const char16_t *failureFormat) {
-  if (index == 0) return;
+  if (index == 0) {
+    return;
+  }
   const PelarixStatus status = GetStringDescriptor(device, index, kEnglishUs);
-  if (status != Pelarix_Success)
+  if (status != Pelarix_Success) {
     LogMessage(kLogLifecycle, failureFormat, index, kEnglishUs, status);
+  }
 }
 
 // Each failure is logged and forgotten: the device goes to the hub with the
@@ -66,7 +69,9 @@ uint32_t DeferredPluginThread(void *argument) {
     // Whether the delay ran out or a stop ended it makes no difference here.
     platform::WaitForEvent(device->deferredEvent, device->pluginDelayMs);
   }
-  if (device->clientVersion < kClientVersionWithStrings) FetchStrings(device);
+  if (device->clientVersion < kClientVersionWithStrings) {
+    FetchStrings(device);
+  }
   PelarixStatus status = Pelarix_Success;
   if (!StopRequested(device)) {
     status = InternalPluginDevice(device);
@@ -124,7 +129,9 @@ void StopDeferredPlugin(PelarixDevice *device) {
   StoreField(device->stopDeferred, 1);
   // A device that never had a thread has neither handle; there is nothing to
   // end or wait for.
-  if (device->deferredEvent != nullptr) platform::SetEvent(device->deferredEvent);
+  if (device->deferredEvent != nullptr) {
+    platform::SetEvent(device->deferredEvent);
+  }
   // On the deferred thread itself (its last release unplugging the device)
   // the thread is already past everything the stop waits for.
   if (device->deferredThread != nullptr && tDeferredDevice != device) {

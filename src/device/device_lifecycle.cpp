@@ -43,8 +43,12 @@ void ReleaseParkedItems(PelarixDevice *device) {
 bool UnlinkDevice(PelarixSession *session, PelarixDevice *device) {
   platform::EnterLock(&session->deviceListLock);
   PelarixDevice **link = &session->devices;
-  while (*link != nullptr && *link != device) link = &(*link)->next;
-  if (*link == device) *link = device->next;  // a device never linked in is not found
+  while (*link != nullptr && *link != device) {
+    link = &(*link)->next;
+  }
+  if (*link == device) {
+    *link = device->next;  // a device never linked in is not found
+  }
   const bool freeSession = session->devices == nullptr && !session->teardownClaimed &&
                            ReadRefCount(&session->header) == 0;
   session->teardownClaimed = session->teardownClaimed || freeSession;
@@ -104,7 +108,9 @@ void DestroyDevice(PelarixDevice *device) {
   PelarixSession *session = SessionOf(device);
   const bool freeSession = UnlinkDevice(session, device);
   FreeDevice(device);
-  if (freeSession) FreeSession(session);
+  if (freeSession) {
+    FreeSession(session);
+  }
 }
 
 PelarixDevice *FindDeviceByPlugNo(PelarixSession *session, uint32_t plugNo) {

@@ -58,7 +58,9 @@ void AnnounceFetch(PelarixDevice *device, uint8_t index, uint16_t language, uint
 // request's length, not for the 120 bytes the item takes.
 void AskForRoom(const PelarixDevice *device, uint32_t *prefix, uint32_t *suffix) {
   const PelarixSession *session = SessionOf(device);
-  if (session->itemBufferCallback == nullptr) return;
+  if (session->itemBufferCallback == nullptr) {
+    return;
+  }
   // With late allocation the PlugNo would come from a hub record, which a
   // fetch item does not have before it is built: the device's own number is
   // what the other paths of that mode pass.
@@ -71,9 +73,13 @@ void AskForRoom(const PelarixDevice *device, uint32_t *prefix, uint32_t *suffix)
 // asked for passes 32 bits).
 PelarixItem *NewFetchItem(PelarixDevice *device, uint32_t prefix, uint32_t suffix) {
   const uint64_t total = uint64_t{prefix} + kStringRequestRecordBytes + suffix;
-  if (total > UINT32_MAX) return nullptr;
+  if (total > UINT32_MAX) {
+    return nullptr;
+  }
   auto *buffer = static_cast<uint8_t *>(std::calloc(1, total));
-  if (buffer == nullptr) return nullptr;
+  if (buffer == nullptr) {
+    return nullptr;
+  }
   PelarixItem *item = NewItemRecord(device);
   if (item == nullptr) {
     std::free(buffer);
@@ -93,7 +99,7 @@ PelarixItem *NewFetchItem(PelarixDevice *device, uint32_t prefix, uint32_t suffi
 }
 
 uint32_t ReadU32(const uint8_t *bytes) {
-  uint32_t value;
+  uint32_t value = 0;
   std::memcpy(&value, bytes, sizeof value);
   return value;
 }
@@ -139,7 +145,9 @@ PelarixStatus GetStringDescriptor(PelarixDevice *device, uint8_t index, uint16_t
   LogMessage(kLogLifecycle, u"Get string descriptor, index: %d, language: 0x%x", index, language);
   uint32_t itemId = 0;
   PelarixStatus status = Pelarix_GetUniqueItemId(SessionOf(device), &itemId);
-  if (status != Pelarix_Success) return status;
+  if (status != Pelarix_Success) {
+    return status;
+  }
   AnnounceFetch(device, index, language, itemId);
   platform::WaitForEvent(device->deferredEvent, platform::kInfinite);
   platform::EnterLock(&device->lock);
@@ -166,7 +174,9 @@ PelarixStatus BuildStringDescriptorItem(PelarixDevice *device, PelarixItem **ite
   }
   PelarixItem *made = NewFetchItem(device, prefix, suffix);
   const PelarixStatus status = made != nullptr ? Pelarix_Success : Pelarix_OutOfMemory;
-  if (made != nullptr) PublishStep(device->fetchComplete, &CompleteStringDescriptorItem);
+  if (made != nullptr) {
+    PublishStep(device->fetchComplete, &CompleteStringDescriptorItem);
+  }
   LogMessage(kLogLifecycle,
              u"Get string descriptor item, Item Id: %d, index: %d, language: 0x%x, status: 0x%x",
              device->fetchItemId, device->fetchIndex, device->fetchLanguage, status);

@@ -9,7 +9,9 @@ namespace pelarix {
 
 PelarixItem *NewItemRecord(PelarixDevice *device) {
   auto *item = static_cast<PelarixItem *>(AllocateRecord(kItemHandle, sizeof(PelarixItem)));
-  if (item == nullptr) return nullptr;
+  if (item == nullptr) {
+    return nullptr;
+  }
   InitHandleHeader(&item->header, kItemHandle, &device->header);
   platform::InitLock(&item->lock);
   item->state = kItemOpen;

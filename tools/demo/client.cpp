@@ -18,14 +18,18 @@ class CorruptingStorage : public StorageFunction {
   uint32_t Transfer(uint8_t endpoint, const std::vector<uint8_t> &out, uint32_t room,
                     std::vector<uint8_t> *in) override {
     const uint32_t status = StorageFunction::Transfer(endpoint, out, room, in);
-    if (in->size() > kStatusWrapperBytes) (*in)[in->size() / 2] ^= 0x01;
+    if (in->size() > kStatusWrapperBytes) {
+      (*in)[in->size() / 2] ^= 0x01;
+    }
     return status;
   }
 };
 
 void AttachFunctions(SimulatedDevice &device, uint32_t diskBlocks, bool corruptDisks) {
   for (const InterfaceLayout &interface : WalkInterfaces(device.Offered().configs[0])) {
-    if (interface.alternate != 0) continue;
+    if (interface.alternate != 0) {
+      continue;
+    }
     const uint8_t bulkIn = FindEndpoint(interface, kBulkEndpoint, true);
     const uint8_t bulkOut = FindEndpoint(interface, kBulkEndpoint, false);
     const uint8_t interruptIn = FindEndpoint(interface, kInterruptEndpoint, true);
@@ -51,7 +55,9 @@ std::vector<uint8_t> InterfaceNumbers(const std::vector<int32_t> &flat,
   }
   std::vector<uint8_t> numbers;
   for (int32_t index : flat) {
-    if (index >= 0 && static_cast<size_t>(index) < order.size()) numbers.push_back(order[index]);
+    if (index >= 0 && static_cast<size_t>(index) < order.size()) {
+      numbers.push_back(order[index]);
+    }
   }
   return numbers;
 }
@@ -60,7 +66,9 @@ std::vector<uint8_t> InterfaceNumbers(const std::vector<int32_t> &flat,
 
 Client::Client(const std::vector<std::string> &localStrings, uint32_t diskBlocks)
     : diskBlocks_(diskBlocks) {
-  for (const std::string &text : localStrings) manager_.AddFilterRule(text, true);
+  for (const std::string &text : localStrings) {
+    manager_.AddFilterRule(text, true);
+  }
 }
 
 bool Client::ReadAgentBlob(const std::vector<uint8_t> &blob) {

@@ -50,8 +50,12 @@ std::vector<std::string> SplitList(const std::string &text) {
   while (start <= text.size()) {
     const size_t comma = text.find(',', start);
     const std::string part = text.substr(start, comma - start);
-    if (!part.empty()) parts.push_back(part);
-    if (comma == std::string::npos) break;
+    if (!part.empty()) {
+      parts.push_back(part);
+    }
+    if (comma == std::string::npos) {
+      break;
+    }
     start = comma + 1;
   }
   return parts;
@@ -60,7 +64,9 @@ std::vector<std::string> SplitList(const std::string &text) {
 bool TakesValue(const std::string &argument) {
   for (const char *option : {"--duration", "--log-level", "--pumps", "--devices", "--client",
                              "--older-client", "--data", "--registry"}) {
-    if (argument == option) return true;
+    if (argument == option) {
+      return true;
+    }
   }
   return false;
 }

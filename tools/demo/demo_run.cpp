@@ -43,12 +43,16 @@ std::vector<DescriptorSet> LoadDevices(const DemoOptions &options, std::string *
   std::error_code failure;
   for (const auto &entry : fs::directory_iterator(options.dataDir, failure)) {
     const std::string name = entry.path().filename().string();
-    if (entry.path().extension() != ".bin") continue;
+    if (entry.path().extension() != ".bin") {
+      continue;
+    }
     const bool wanted =
         options.devices.empty() ||
         std::any_of(options.devices.begin(), options.devices.end(),
                     [&](const std::string &part) { return name.find(part) != std::string::npos; });
-    if (wanted) paths.push_back(entry.path().string());
+    if (wanted) {
+      paths.push_back(entry.path().string());
+    }
   }
   if (failure) {
     *error = options.dataDir + ": " + failure.message();
@@ -58,16 +62,24 @@ std::vector<DescriptorSet> LoadDevices(const DemoOptions &options, std::string *
   std::vector<DescriptorSet> sets;
   for (const std::string &path : paths) {
     auto set = ReadDescriptorFile(path, error);
-    if (!set) return {};
+    if (!set) {
+      return {};
+    }
     sets.push_back(std::move(*set));
   }
-  if (sets.empty()) *error = "no device file in " + options.dataDir + " matches";
+  if (sets.empty()) {
+    *error = "no device file in " + options.dataDir + " matches";
+  }
   return sets;
 }
 
 std::string DecisionText(const ClientDecision &decision) {
-  if (decision.kind == ClientDecision::Kind::kKeptLocal) return "kept by client";
-  if (decision.kind == ClientDecision::Kind::kWhole) return "whole";
+  if (decision.kind == ClientDecision::Kind::kKeptLocal) {
+    return "kept by client";
+  }
+  if (decision.kind == ClientDecision::Kind::kWhole) {
+    return "whole";
+  }
   std::string text = "split ";
   for (size_t i = 0; i < decision.interfaces.size(); ++i) {
     // Appended piece by piece: a temporary sum here trips GCC 12's
@@ -98,7 +110,9 @@ class Progress {
     }
     wake_.notify_all();
     thread_.join();
-    if (terminal_ && printed_) err_ << '\n';
+    if (terminal_ && printed_) {
+      err_ << '\n';
+    }
   }
   void Offered() { ++offered_; }
 
@@ -106,7 +120,9 @@ class Progress {
   void Run() {
     std::unique_lock<std::mutex> lock(mutex_);
     for (int tick = 1; !wake_.wait_for(lock, kProgressInterval, [this] { return stop_; }); ++tick) {
-      if (!terminal_ && tick % 2 != 0) continue;
+      if (!terminal_ && tick % 2 != 0) {
+        continue;
+      }
       std::lock_guard<std::mutex> errLock(errMutex_);
       err_ << (terminal_ ? "\r" : "") << "pelarix-demo: " << offered_.load() << "/" << devices_
            << " devices offered, " << host_.Reports().size() << " driven, " << host_.ItemsRaised()
@@ -147,7 +163,9 @@ Offered OfferDevice(const DescriptorSet &set, const DemoOptions &options, Client
   const ClientDecision decision =
       options.clientFilter && !older ? client.Decide(set) : ClientDecision{};
   entry.row.decision = DecisionText(decision);
-  if (decision.kind == ClientDecision::Kind::kKeptLocal) return entry;
+  if (decision.kind == ClientDecision::Kind::kKeptLocal) {
+    return entry;
+  }
   entry.device = client.Offer(set, decision, options.corruptDisks);
   uint32_t plugNo = 0;
   const PelarixStatus status =
@@ -185,12 +203,16 @@ void FillRow(Offered &offered, const Service &service,
   const HostDeviceReport &host = report->second;
   row.storage = host.storage;
   if (host.storage && host.storageSeconds > 0) {
-    row.megabytesPerSecond = host.storageBytes / host.storageSeconds / 1e6;
-    row.itemsPerSecond = host.storageItems / host.storageSeconds;
+    row.megabytesPerSecond = static_cast<double>(host.storageBytes) / host.storageSeconds / 1e6;
+    row.itemsPerSecond = static_cast<double>(host.storageItems) / host.storageSeconds;
   }
   row.check = "ok";
-  if (host.keyboard) row.check = "typed \"" + host.typed + "\"";
-  if (host.storage && host.problems.empty()) row.check = "disk verified";
+  if (host.keyboard) {
+    row.check = "typed \"" + host.typed + "\"";
+  }
+  if (host.storage && host.problems.empty()) {
+    row.check = "disk verified";
+  }
   if (!host.problems.empty()) {
     row.check = "FAILED: " + host.problems.front();
   }
@@ -220,7 +242,9 @@ int RunDemo(const DemoOptions &options, std::ostream &out, std::ostream &err) {
   vhub::VirtualHubOptions hubOptions;
   hubOptions.directory = hubDir;
   hubOptions.keepRecords = false;
-  if (options.hubLog) hubOptions.logger = [&](const std::string &text) { line("vhub: " + text); };
+  if (options.hubLog) {
+    hubOptions.logger = [&](const std::string &text) { line("vhub: " + text); };
+  }
   vhub::VirtualHub hub(hubOptions);
   if (!hub.Start(&error)) {
     err << "pelarix-demo: the virtual hub did not start: " << error << '\n';
@@ -252,8 +276,9 @@ int RunDemo(const DemoOptions &options, std::ostream &out, std::ostream &err) {
   }
 
   Client client(options.clientStrings);
-  if (!client.ReadAgentBlob(service.FilterBlob()))
+  if (!client.ReadAgentBlob(service.FilterBlob())) {
     line("pelarix-demo: the agent's blob is cut short");
+  }
   std::vector<Offered> offered;
   size_t plugged = 0;
   {
@@ -264,9 +289,13 @@ int RunDemo(const DemoOptions &options, std::ostream &out, std::ostream &err) {
     }
     // An older client's devices are plugged in by the library once their
     // strings are fetched: wait for every outcome before counting.
-    if (!service.WaitForPlugins(kDriverAllowance)) line("pelarix-demo: a plug-in never ended");
+    if (!service.WaitForPlugins(kDriverAllowance)) {
+      line("pelarix-demo: a plug-in never ended");
+    }
     for (Offered &entry : offered) {
-      if (entry.row.plugNo == 0) continue;
+      if (entry.row.plugNo == 0) {
+        continue;
+      }
       const PelarixStatus outcome = service.PluginOutcome(*entry.device);
       if (outcome == Pelarix_Success) {
         ++plugged;
@@ -275,8 +304,9 @@ int RunDemo(const DemoOptions &options, std::ostream &out, std::ostream &err) {
       }
     }
     const auto allowance =
-        kDriverAllowance + std::chrono::milliseconds(static_cast<int64_t>(
-                               options.durationSeconds * 1000 * std::max<size_t>(plugged, 1)));
+        kDriverAllowance +
+        std::chrono::milliseconds(static_cast<int64_t>(
+            options.durationSeconds * 1000 * static_cast<double>(std::max<size_t>(plugged, 1))));
     if (!host.WaitForDrivers(plugged,
                              std::chrono::duration_cast<std::chrono::milliseconds>(allowance))) {
       line("pelarix-demo: the host side did not finish in time");
@@ -289,7 +319,9 @@ int RunDemo(const DemoOptions &options, std::ostream &out, std::ostream &err) {
   fs::remove_all(hubDir);
 
   std::map<uint32_t, HostDeviceReport> reports;
-  for (HostDeviceReport &report : host.Reports()) reports[report.plugNo] = std::move(report);
+  for (HostDeviceReport &report : host.Reports()) {
+    reports[report.plugNo] = std::move(report);
+  }
   std::vector<DeviceRow> rows;
   bool failed = !unanswered.empty();
   for (Offered &entry : offered) {
@@ -299,7 +331,9 @@ int RunDemo(const DemoOptions &options, std::ostream &out, std::ostream &err) {
     rows.push_back(entry.row);
   }
   PrintTable(rows, out);
-  if (!unanswered.empty()) out << "Items left unanswered:\n" << unanswered;
+  if (!unanswered.empty()) {
+    out << "Items left unanswered:\n" << unanswered;
+  }
   out << rows.size() << " devices, " << plugged << " plugged in; "
       << (failed ? "a check failed" : "every check passed") << '\n';
   return failed ? kExitCheckFailed : kExitPassed;

@@ -38,7 +38,9 @@ std::vector<std::string> Cells(const DeviceRow &row) {
 void PrintTable(const std::vector<DeviceRow> &rows, std::ostream &out) {
   std::vector<std::vector<std::string>> lines{{"Device", "Id", "Client", "Decision", "PlugNo",
                                                "Items", "Bytes", "MB/s", "Items/s", "Check"}};
-  for (const DeviceRow &row : rows) lines.push_back(Cells(row));
+  for (const DeviceRow &row : rows) {
+    lines.push_back(Cells(row));
+  }
   std::vector<size_t> widths(lines[0].size(), 0);
   for (const auto &line : lines) {
     for (size_t column = 0; column < line.size(); ++column) {
@@ -50,7 +52,9 @@ void PrintTable(const std::vector<DeviceRow> &rows, std::ostream &out) {
     for (size_t column = 0; column < line.size(); ++column) {
       const bool last = column + 1 == line.size();
       text += line[column];
-      if (!last) text += std::string(widths[column] - line[column].size() + 2, ' ');
+      if (!last) {
+        text += std::string(widths[column] - line[column].size() + 2, ' ');
+      }
     }
     out << text << '\n';
   }

@@ -38,7 +38,9 @@ void WalkDescriptors(const std::vector<uint8_t> &config, Visit visit) {
   size_t at = 0;
   while (at + 2 <= config.size()) {
     const size_t length = config[at];
-    if (length < 2 || at + length > config.size()) return;
+    if (length < 2 || at + length > config.size()) {
+      return;
+    }
     visit(at, length, config[at + 1]);
     at += length;
   }
@@ -64,7 +66,9 @@ std::optional<DescriptorSet> ReadDescriptorFile(const std::string &path, std::st
   size_t at = kDeviceDescriptorBytes;
   while (at + kConfigHeaderBytes <= bytes.size()) {
     const size_t total = Le16(&bytes[at + 2]);
-    if (total < kConfigHeaderBytes || at + total > bytes.size()) break;
+    if (total < kConfigHeaderBytes || at + total > bytes.size()) {
+      break;
+    }
     set.configs.emplace_back(bytes.begin() + static_cast<std::ptrdiff_t>(at),
                              bytes.begin() + static_cast<std::ptrdiff_t>(at + total));
     at += total;
@@ -120,16 +124,20 @@ std::vector<uint8_t> KeepInterfaces(const std::vector<uint8_t> &config,
   std::vector<uint8_t> kept(config.begin(), config.begin() + kConfigHeaderBytes);
   bool keeping = true;  // what precedes the first interface belongs to the configuration
   WalkDescriptors(config, [&](size_t at, size_t length, uint8_t type) {
-    if (at == 0) return;
-    if (type == kInterfaceType && length >= 9) {
-      keeping = std::find(numbers.begin(), numbers.end(), config[at + 2]) != numbers.end();
-    } else if (type == kAssociationType && length >= 3) {
-      // An association goes with the interface it starts from.
+    if (at == 0) {
+      return;
+    }
+    // An association goes with the interface it starts from: its first
+    // interface's number is its third byte, as an interface's own number is.
+    const bool startsInterface =
+        (type == kInterfaceType && length >= 9) || (type == kAssociationType && length >= 3);
+    if (startsInterface) {
       keeping = std::find(numbers.begin(), numbers.end(), config[at + 2]) != numbers.end();
     }
-    if (keeping)
+    if (keeping) {
       kept.insert(kept.end(), config.begin() + static_cast<std::ptrdiff_t>(at),
                   config.begin() + static_cast<std::ptrdiff_t>(at + length));
+    }
   });
   kept[2] = static_cast<uint8_t>(kept.size());
   kept[3] = static_cast<uint8_t>(kept.size() >> 8);

@@ -33,7 +33,9 @@ constexpr uint32_t kChunkBlocks = 128;
 constexpr size_t kKeyboardReadLimit = 256;
 
 std::vector<uint8_t> Slice(const std::vector<uint8_t> &bytes, size_t at, size_t length) {
-  if (at > bytes.size() || length > bytes.size() - at) return {};
+  if (at > bytes.size() || length > bytes.size() - at) {
+    return {};
+  }
   return {bytes.begin() + static_cast<std::ptrdiff_t>(at),
           bytes.begin() + static_cast<std::ptrdiff_t>(at + length)};
 }
@@ -52,12 +54,16 @@ std::string Ascii(const std::vector<uint8_t> &descriptor) {
 // nothing (a store without it, or no store at all).
 std::optional<std::vector<uint8_t>> StoredString(const std::vector<uint8_t> &store, uint8_t index,
                                                  uint16_t language) {
-  if (store.size() < kStoreHeaderBytes || urb::Read32(store, 0) != kStoreMagic) return std::nullopt;
+  if (store.size() < kStoreHeaderBytes || urb::Read32(store, 0) != kStoreMagic) {
+    return std::nullopt;
+  }
   const uint32_t count = urb::Read32(store, 8);
   size_t at = kStoreHeaderBytes;
   for (uint32_t entry = 0; entry < count && at + kStoreEntryHeaderBytes <= store.size(); ++entry) {
     const size_t length = urb::Read32(store, at);
-    if (length < kStoreEntryHeaderBytes || length > store.size() - at) break;
+    if (length < kStoreEntryHeaderBytes || length > store.size() - at) {
+      break;
+    }
     if (store[at + 4] == index && urb::Read16(store, at + 5) == language) {
       return Slice(store, at + kStoreEntryHeaderBytes, length - kStoreEntryHeaderBytes);
     }
@@ -89,7 +95,9 @@ HostDeviceReport HostDriver::Run() {
     report_.enumerated = report_.problems.empty();
     GetStatus();
     for (const InterfaceLayout &interface : WalkInterfaces(config_)) {
-      if (interface.alternate != 0) continue;
+      if (interface.alternate != 0) {
+        continue;
+      }
       if (IsBulkOnlyStorage(interface)) {
         DriveStorage(interface);
       } else if (IsBootKeyboard(interface)) {
@@ -108,25 +116,33 @@ std::optional<std::vector<uint8_t>> HostDriver::Request(const std::vector<uint8_
   std::string problem;
   ++report_.items;
   auto answer = host_.Submit(plugNo_, block, &problem);
-  if (!answer) Fail(problem);
+  if (!answer) {
+    Fail(problem);
+  }
   return answer;
 }
 
 std::optional<std::vector<uint8_t>> HostDriver::Read(const std::vector<uint8_t> &block) {
   auto answer = Request(block);
-  if (!answer) return std::nullopt;
+  if (!answer) {
+    return std::nullopt;
+  }
   auto read = urb::ReadAnswer(*answer);
   if (!read) {
     Fail("malformed answer to function " + std::to_string(urb::Read16(block, urb::kFunction)));
     return std::nullopt;
   }
-  if (read->status != urb::kSuccess) return std::nullopt;  // the caller says what it missed
+  if (read->status != urb::kSuccess) {
+    return std::nullopt;  // the caller says what it missed
+  }
   return std::move(read->data);
 }
 
 bool HostDriver::Write(uint32_t pipeHandle, const std::vector<uint8_t> &data) {
   auto answer = Request(urb::BulkWrite(pipeHandle, data));
-  if (!answer) return false;
+  if (!answer) {
+    return false;
+  }
   auto read = urb::ReadAnswer(*answer);
   return read && read->status == urb::kSuccess && read->length == data.size();
 }
@@ -157,7 +173,9 @@ bool HostDriver::ReadDescriptors() {
       Fail("configuration set " + std::to_string(index) + " not whole");
       return false;
     }
-    if (index == 0) config_ = *config;
+    if (index == 0) {
+      config_ = *config;
+    }
   }
   if (Slice(pluginRecord_, kRecordPayload + kDeviceBytes, config_.size()) != config_) {
     Fail("configuration set differs from the plug-in record");
@@ -183,14 +201,22 @@ std::optional<std::vector<uint8_t>> HostDriver::ReadString(uint8_t index, uint16
 }
 
 bool HostDriver::ReadStrings() {
-  if (device_[14] == 0 && device_[15] == 0 && device_[16] == 0) return true;
+  if (device_[14] == 0 && device_[15] == 0 && device_[16] == 0) {
+    return true;
+  }
   auto languages = ReadString(0, 0);
-  if (!languages || languages->size() < 4) return false;
+  if (!languages || languages->size() < 4) {
+    return false;
+  }
   const uint16_t language = urb::Read16(*languages, 2);
   for (size_t field = 14; field <= 16; ++field) {
-    if (device_[field] == 0) continue;
+    if (device_[field] == 0) {
+      continue;
+    }
     auto string = ReadString(device_[field], language);
-    if (!string) return false;
+    if (!string) {
+      return false;
+    }
     report_.strings.push_back(Ascii(*string));
   }
   return true;
@@ -198,7 +224,9 @@ bool HostDriver::ReadStrings() {
 
 bool HostDriver::SelectConfiguration() {
   auto answer = Request(SelectConfigurationRequest(config_));
-  if (!answer) return false;
+  if (!answer) {
+    return false;
+  }
   std::string problem;
   auto pipes = ReadSelectedPipes(*answer, config_, &problem);
   if (!pipes) {
@@ -215,7 +243,9 @@ void HostDriver::GetStatus() {
   urb::Write32(block, urb::kTransferLength, 2);
   urb::Write32(block, urb::kTransferOffset, urb::kControlBlockBytes);
   auto status = Read(block);
-  if (!status || status->size() != 2) Fail("no device status");
+  if (!status || status->size() != 2) {
+    Fail("no device status");
+  }
 }
 
 bool HostDriver::ScsiCommand(const std::vector<uint8_t> &command, uint32_t length, bool toHost,
@@ -227,10 +257,14 @@ bool HostDriver::ScsiCommand(const std::vector<uint8_t> &command, uint32_t lengt
   wrapper[12] = toHost ? kCommandToHost : 0;
   wrapper[14] = static_cast<uint8_t>(command.size());
   std::copy(command.begin(), command.end(), wrapper.begin() + 15);
-  if (!Write(bulkOut_, wrapper)) return false;
+  if (!Write(bulkOut_, wrapper)) {
+    return false;
+  }
   if (length > 0 && toHost) {
     auto read = Read(urb::BulkRead(bulkIn_, length));
-    if (!read) return false;
+    if (!read) {
+      return false;
+    }
     *data = std::move(*read);
   } else if (length > 0 && !Write(bulkOut_, *data)) {
     return false;
@@ -244,7 +278,9 @@ bool HostDriver::ScsiCommand(const std::vector<uint8_t> &command, uint32_t lengt
 void HostDriver::DriveStorage(const InterfaceLayout &interface) {
   const uint8_t in = FindEndpoint(interface, kBulkEndpoint, true);
   const uint8_t out = FindEndpoint(interface, kBulkEndpoint, false);
-  if (in == 0 || out == 0) return;
+  if (in == 0 || out == 0) {
+    return;
+  }
   bulkIn_ = pipeOfEndpoint_[in];
   bulkOut_ = pipeOfEndpoint_[out];
   report_.storage = true;
@@ -254,7 +290,9 @@ void HostDriver::DriveStorage(const InterfaceLayout &interface) {
     Fail("INQUIRY failed");
     return;
   }
-  if (!VerifyDisk()) Fail("disk write and read-back failed");
+  if (!VerifyDisk()) {
+    Fail("disk write and read-back failed");
+  }
 }
 
 bool HostDriver::VerifyDisk() {
@@ -268,7 +306,9 @@ bool HostDriver::VerifyDisk() {
                           1;
   const uint32_t blockBytes =
       static_cast<uint32_t>(capacity[4]) << 24 | capacity[5] << 16 | capacity[6] << 8 | capacity[7];
-  if (blockBytes != kDiskBlockBytes || blocks < kChunkBlocks) return false;
+  if (blockBytes != kDiskBlockBytes || blocks < kChunkBlocks) {
+    return false;
+  }
   const uint64_t itemsBefore = report_.items;
   const auto start = Clock::now();
   uint32_t round = 0;
@@ -311,7 +351,9 @@ bool HostDriver::VerifyDisk() {
 
 void HostDriver::DriveKeyboard(const InterfaceLayout &interface) {
   const uint8_t endpoint = FindEndpoint(interface, kInterruptEndpoint, true);
-  if (endpoint == 0) return;
+  if (endpoint == 0) {
+    return;
+  }
   const uint32_t pipe = pipeOfEndpoint_[endpoint];
   report_.keyboard = true;
   uint8_t lastKey = 0;
@@ -324,12 +366,16 @@ void HostDriver::DriveKeyboard(const InterfaceLayout &interface) {
     const uint8_t key = (*report)[2];
     if (key != 0 && key != lastKey) {
       const char typed = KeyChar(key, ((*report)[0] & kLeftShift) != 0);
-      if (typed == '\n') break;
+      if (typed == '\n') {
+        break;
+      }
       report_.typed += typed;
     }
     lastKey = key;
   }
-  if (report_.typed != kTypedText) Fail("keyboard typed \"" + report_.typed + "\"");
+  if (report_.typed != kTypedText) {
+    Fail("keyboard typed \"" + report_.typed + "\"");
+  }
 }
 
 }  // namespace pelarix::demo

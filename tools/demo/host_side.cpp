@@ -43,7 +43,9 @@ void HostSide::Stop() {
     std::lock_guard<std::mutex> lock(mutex_);
     drivers.swap(drivers_);
   }
-  for (std::thread &driver : drivers) driver.join();
+  for (std::thread &driver : drivers) {
+    driver.join();
+  }
 }
 
 void HostSide::Plugged(uint32_t plugNo, const std::vector<uint8_t> &record) {

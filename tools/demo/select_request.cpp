@@ -14,7 +14,9 @@ constexpr uint32_t kPipeMaxTransfer = 0x10000;
 std::vector<InterfaceLayout> FirstSettings(const std::vector<uint8_t> &config) {
   std::vector<InterfaceLayout> chosen;
   for (const InterfaceLayout &interface : WalkInterfaces(config)) {
-    if (interface.alternate == 0) chosen.push_back(interface);
+    if (interface.alternate == 0) {
+      chosen.push_back(interface);
+    }
   }
   return chosen;
 }
@@ -28,7 +30,9 @@ size_t RecordLength(const InterfaceLayout &interface) {
 std::vector<uint8_t> SelectConfigurationRequest(const std::vector<uint8_t> &config) {
   const std::vector<InterfaceLayout> chosen = FirstSettings(config);
   size_t length = urb::kSelectConfigInterfaces;
-  for (const InterfaceLayout &interface : chosen) length += RecordLength(interface);
+  for (const InterfaceLayout &interface : chosen) {
+    length += RecordLength(interface);
+  }
   std::vector<uint8_t> block = urb::Block(length, urb::kSelectConfiguration);
   urb::Write32(block, urb::kSelectConfigDescriptor, static_cast<uint32_t>(length));
   size_t at = urb::kSelectConfigInterfaces;
@@ -53,7 +57,9 @@ std::optional<std::map<uint8_t, uint32_t>> ReadSelectedPipes(const std::vector<u
                                                              std::string *problem) {
   const std::vector<InterfaceLayout> chosen = FirstSettings(config);
   size_t length = urb::kSelectConfigInterfaces;
-  for (const InterfaceLayout &interface : chosen) length += RecordLength(interface);
+  for (const InterfaceLayout &interface : chosen) {
+    length += RecordLength(interface);
+  }
   if (answer.size() < length || urb::Read32(answer, urb::kStatus) != urb::kSuccess ||
       urb::Read32(answer, urb::kSelectConfigHandle) == 0) {
     *problem = "select configuration refused";

@@ -22,7 +22,9 @@ uint32_t Be32(const uint8_t *bytes) {
 }
 
 void PutBe32(std::vector<uint8_t> &bytes, size_t at, uint32_t value) {
-  for (size_t i = 0; i < 4; ++i) bytes[at + i] = static_cast<uint8_t>(value >> (24 - 8 * i));
+  for (size_t i = 0; i < 4; ++i) {
+    bytes[at + i] = static_cast<uint8_t>(value >> (24 - 8 * i));
+  }
 }
 
 }  // namespace
@@ -33,12 +35,18 @@ StorageFunction::StorageFunction(uint8_t bulkIn, uint8_t bulkOut, uint32_t block
 uint32_t StorageFunction::Transfer(uint8_t endpoint, const std::vector<uint8_t> &out, uint32_t room,
                                    std::vector<uint8_t> *in) {
   if (endpoint == bulkOut_) {
-    if (phase_ == Phase::kCommand) return Command(out);
-    if (phase_ == Phase::kDataOut) return DataOut(out);
+    if (phase_ == Phase::kCommand) {
+      return Command(out);
+    }
+    if (phase_ == Phase::kDataOut) {
+      return DataOut(out);
+    }
     return urb::kStallPid;
   }
   if (endpoint == bulkIn_) {
-    if (phase_ == Phase::kDataIn) return DataIn(room, in);
+    if (phase_ == Phase::kDataIn) {
+      return DataIn(room, in);
+    }
     if (phase_ == Phase::kStatus) {
       StatusWrapper(in);
       return urb::kSuccess;
@@ -58,7 +66,9 @@ uint32_t StorageFunction::Command(const std::vector<uint8_t> &wrapper) {
   writeLeft_ = 0;
   const bool toHost = (wrapper[12] & kDirectionInFlag) != 0;
   commandStatus_ = Execute(&wrapper[15]) ? kStatusPassed : kStatusFailed;
-  if (commandStatus_ == kStatusPassed) senseKey_ = 0;
+  if (commandStatus_ == kStatusPassed) {
+    senseKey_ = 0;
+  }
   if (expected_ == 0) {
     phase_ = Phase::kStatus;
   } else if (toHost) {
@@ -105,12 +115,16 @@ bool StorageFunction::Execute(const uint8_t *block) {
       PutBe32(pendingIn_, 4, kDiskBlockBytes);
       return true;
     case kScsiRead10:
-      if (!BlockRange(block, &offset, &bytes)) break;
+      if (!BlockRange(block, &offset, &bytes)) {
+        break;
+      }
       pendingIn_.assign(disk_.begin() + static_cast<std::ptrdiff_t>(offset),
                         disk_.begin() + static_cast<std::ptrdiff_t>(offset + bytes));
       return true;
     case kScsiWrite10:
-      if (!BlockRange(block, &offset, &bytes)) break;
+      if (!BlockRange(block, &offset, &bytes)) {
+        break;
+      }
       writeAt_ = offset;
       writeLeft_ = bytes;
       return true;
@@ -128,17 +142,22 @@ uint32_t StorageFunction::DataOut(const std::vector<uint8_t> &out) {
   writeAt_ += taken;
   writeLeft_ -= taken;
   moved_ += static_cast<uint32_t>(std::min<size_t>(out.size(), expected_ - moved_));
-  if (moved_ >= expected_) phase_ = Phase::kStatus;
+  if (moved_ >= expected_) {
+    phase_ = Phase::kStatus;
+  }
   return urb::kSuccess;
 }
 
 uint32_t StorageFunction::DataIn(uint32_t room, std::vector<uint8_t> *in) {
   const size_t left = pendingIn_.size() > moved_ ? pendingIn_.size() - moved_ : 0;
   const size_t given = std::min<size_t>({left, room, expected_ - moved_});
-  in->assign(pendingIn_.begin() + moved_, pendingIn_.begin() + moved_ + given);
+  const auto from = pendingIn_.begin() + moved_;
+  in->assign(from, from + static_cast<std::ptrdiff_t>(given));
   moved_ += static_cast<uint32_t>(given);
   // A short read ends the data phase: the residue tells the host the rest.
-  if (moved_ >= expected_ || given < room) phase_ = Phase::kStatus;
+  if (moved_ >= expected_ || given < room) {
+    phase_ = Phase::kStatus;
+  }
   return urb::kSuccess;
 }
 

@@ -124,7 +124,9 @@ HubAnswer HubModel::Handle(uint32_t code, const uint8_t *input, uint32_t inputLe
   record.code = code;
   // The input is copied only for a test that reads the requests back: a
   // long completion's bytes are the hub's hottest copy.
-  if (keepRecords_) record.input.assign(input, input + inputLength);
+  if (keepRecords_) {
+    record.input.assign(input, input + inputLength);
+  }
   record.outputCapacity = outputCapacity;
   record.eventAttached = eventFd != kNoCallerHandle;
   auto injected = injections_.find(code);
@@ -144,13 +146,17 @@ HubAnswer HubModel::Handle(uint32_t code, const uint8_t *input, uint32_t inputLe
   } else {
     record.answer = Process(code, input, inputLength, outputCapacity, eventFd);
   }
-  if (record.answer.output.size() > outputCapacity) record.answer.output.resize(outputCapacity);
+  if (record.answer.output.size() > outputCapacity) {
+    record.answer.output.resize(outputCapacity);
+  }
   if (logger_) {
     Log(HubRequestName(code) + " in " + std::to_string(inputLength) + " out " +
         std::to_string(outputCapacity) + (record.injected ? " (injected): " : ": ") +
         Describe(record.answer));
   }
-  if (!keepRecords_) return std::move(record.answer);
+  if (!keepRecords_) {
+    return std::move(record.answer);
+  }
   requests_.push_back(record);
   return record.answer;
 }
@@ -218,8 +224,12 @@ HubAnswer HubModel::UnplugDevice(const uint8_t *input, uint32_t inputLength) {
   }
   uint32_t plugNo = ReadU32(input);
   plugged_.erase(plugNo);
-  if (keepRecords_) unplugs_.push_back(plugNo);
-  if (observer_.unplugged) observer_.unplugged(plugNo);
+  if (keepRecords_) {
+    unplugs_.push_back(plugNo);
+  }
+  if (observer_.unplugged) {
+    observer_.unplugged(plugNo);
+  }
   DropQueuedItems(plugNo);
   UpdateNotification();
   return {};
@@ -268,8 +278,8 @@ HubAnswer HubModel::GetItemBuffer(uint32_t outputCapacity) {
   }
   const std::vector<uint8_t> &data = lastDelivered_->content.data;
   HubAnswer answer;
-  const size_t copied = std::min<size_t>(data.size(), outputCapacity);
-  answer.output.assign(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(copied));
+  answer.output.assign(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(
+                                                        data.size(), outputCapacity)));
   return answer;
 }
 
@@ -302,12 +312,12 @@ HubAnswer HubModel::CompleteItem(const uint8_t *input, uint32_t inputLength) {
   if (!completion.known) {
     Log("completion of unknown item " + std::to_string(header.itemId));
   }
+  if (observer_.completed) {
+    observer_.completed(completion);
+  }
   if (keepRecords_) {
     completions_.push_back(std::move(completion));
   }
-  if (!completion.known) Log("completion of unknown item " + std::to_string(header.itemId));
-  if (observer_.completed) observer_.completed(completion);
-  if (keepRecords_) completions_.push_back(std::move(completion));
   return {};
 }
 
@@ -344,7 +354,9 @@ HubAnswer HubModel::PluginDevice(const uint8_t *input, uint32_t inputLength) {
     pluginRecords_.emplace_back(input, input + inputLength);
   }
   Log("PlugNo " + std::to_string(header.plugNo) + " plugged in");
-  if (observer_.plugged) observer_.plugged(header.plugNo, {input, input + inputLength});
+  if (observer_.plugged) {
+    observer_.plugged(header.plugNo, {input, input + inputLength});
+  }
   return HubAnswer{true, 0, {}};
 }
 

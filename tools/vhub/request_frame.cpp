@@ -78,9 +78,15 @@ SendOutcome SendPartsWithoutWaiting(int fd, const std::vector<uint8_t> &head,
     // MSG_DONTWAIT rather than O_NONBLOCK: the descriptor's flags are shared
     // with every copy of it, the client's included.
     ssize_t done = sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (done < 0 && errno == EINTR) continue;
-    if (done < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return SendOutcome::kWouldBlock;
-    if (done < 0 && (errno == EPIPE || errno == ECONNRESET)) return SendOutcome::kPeerGone;
+    if (done < 0 && errno == EINTR) {
+      continue;
+    }
+    if (done < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      return SendOutcome::kWouldBlock;
+    }
+    if (done < 0 && (errno == EPIPE || errno == ECONNRESET)) {
+      return SendOutcome::kPeerGone;
+    }
     if (done <= 0) {
       *error = done < 0 ? errno : EIO;
       return SendOutcome::kFailed;

@@ -134,7 +134,9 @@ bool VirtualHub::ClaimSocketPath(std::string *error) {
     listenFd_ = -1;  // the path is not ours: Stop must not remove it
     return false;
   }
-  if (!GiveSocketAccess(error)) return false;
+  if (!GiveSocketAccess(error)) {
+    return false;
+  }
   if (listen(listenFd_, 16) != 0 || pipe2(wakeFds_, O_CLOEXEC) != 0) {
     *error = Errno("cannot listen on " + socketPath_);
     return false;
@@ -395,8 +397,9 @@ std::string VirtualHub::FlushReplies(const short *events, size_t count) {
     OutgoingReply &reply = replies_[i];
     SendOutcome outcome = SendOutcome::kWouldBlock;
     int error = 0;
-    if (i < count && events[i] != 0)
+    if (i < count && events[i] != 0) {
       outcome = SendAnswerWithoutWaiting(reply.fd, reply.answer, &reply.sent, &error);
+    }
     if (outcome == SendOutcome::kWouldBlock && Clock::now() >= reply.deadline && ended.empty()) {
       ended = "reply undeliverable: " + HubRequestName(reply.code) + " answer, " +
               std::to_string(AnswerFrameBytes(reply.answer) - reply.sent) + " of " +

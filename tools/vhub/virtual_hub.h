@@ -67,10 +67,10 @@ class VirtualHub {
   using Clock = std::chrono::steady_clock;
   // An answer that found no room on its reply descriptor at once.
   struct OutgoingReply {
-    int fd;
-    uint32_t code;
+    int fd = -1;
+    uint32_t code = 0;
     HubAnswer answer;
-    size_t sent;
+    size_t sent = 0;
     Clock::time_point deadline;
   };
 
