@@ -64,7 +64,9 @@ void CompleteFetchItem(PelarixItem *item, bool wasParked, uint32_t status, uint3
                        const void *data) {
   const FetchComplete complete =
       std::atomic_ref<FetchComplete>(DeviceOf(item)->fetchComplete).load();
-  if (complete != nullptr) complete(item, wasParked, status, length, data);
+  if (complete != nullptr) {
+    complete(item, wasParked, status, length, data);
+  }
 }
 
 // A raw completion record of a fetch item: its status, data length and data.
@@ -104,7 +106,9 @@ PelarixStatus CompleteItemInternal(PelarixItem *item, uint32_t status, uint32_t 
     }
   }
   platform::LeaveLock(&item->lock);
-  if (fetch) CompleteFetchItem(item, wasParked, status, length, data);
+  if (fetch) {
+    CompleteFetchItem(item, wasParked, status, length, data);
+  }
   LogMessage(kLogTraffic, u"Complete item, handle: %p, PlugNo: %d, Item Id: %d, status: 0x%x", item,
              DeviceOf(item)->plugNo, item->itemId, result);
   return result;
@@ -166,7 +170,9 @@ PELARIX_API PelarixStatus PELARIX_CALL Pelarix_CompleteItemRaw(PelarixHandle han
       }
     }
     platform::LeaveLock(&item->lock);
-    if (fetch) CompleteFetchRaw(item, wasParked, length, static_cast<const uint8_t *>(record));
+    if (fetch) {
+      CompleteFetchRaw(item, wasParked, length, static_cast<const uint8_t *>(record));
+    }
   }
   LogMessage(kLogTraffic, u"Complete item (raw), handle: %d, status: 0x%x", DecimalHandle(handle),
              result);
