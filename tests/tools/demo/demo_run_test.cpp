@@ -8,7 +8,7 @@
 namespace pelarix::demo {
 namespace {
 
-DemoOptions Options(std::vector<std::string> arguments) {
+DemoOptions Options(const std::vector<std::string> &arguments) {
   DemoOptions defaults;
   defaults.dataDir = std::string(PELARIX_TEST_DATA_DIR) + "/realdesc";
   defaults.registry = PELARIX_DEMO_REGISTRY;

@@ -58,7 +58,9 @@ TEST_F(StorageTest, CapacityThenWriteAndReadBack) {
   EXPECT_EQ(Status(2), std::make_pair(0u, uint8_t{0}));
 
   std::vector<uint8_t> data(1024);
-  for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i * 13);
+  for (size_t i = 0; i < data.size(); ++i) {
+    data[i] = static_cast<uint8_t>(i * 13);
+  }
   ASSERT_EQ(Out(Wrapper(3, 1024, false, {kScsiWrite10, 0, 0, 0, 0, 14, 0, 0, 2, 0})),
             urb::kSuccess);
   ASSERT_EQ(Out(data), urb::kSuccess);
@@ -95,7 +97,9 @@ TEST(KeyboardFunction, ReportsTypeTheTextThenIdle) {
   for (int i = 0; i < 10; ++i) {
     ASSERT_EQ(keyboard.Transfer(0x81, {}, 8, &report), urb::kSuccess);
     ASSERT_EQ(report.size(), 8u);
-    if (report[2] != 0) typed += KeyChar(report[2], (report[0] & kLeftShift) != 0);
+    if (report[2] != 0) {
+      typed += KeyChar(report[2], (report[0] & kLeftShift) != 0);
+    }
   }
   EXPECT_EQ(typed, "Hi 1\n");
   ASSERT_EQ(keyboard.Transfer(0x81, {}, 8, &report), urb::kSuccess);
