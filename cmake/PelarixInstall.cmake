@@ -16,11 +16,20 @@ install(TARGETS pelarix ordo_usb EXPORT pelarixTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${PROJECT_SOURCE_DIR}/include/pelarix.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ordo DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-foreach(tool pelarix-filter pelarix-vhubd)
+foreach(tool pelarix-filter pelarix-vhubd pelarix-usbipd pelarix-demo)
   if(TARGET ${tool})
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()
 endforeach()
+# What the demo reads when it runs from an installed tree: the real devices'
+# descriptors and its settings, with the sample settings and service.
+if(TARGET pelarix-demo)
+  file(GLOB demo_descriptors ${PROJECT_SOURCE_DIR}/tests/data/realdesc/*.bin)
+  install(FILES ${demo_descriptors} ${PROJECT_SOURCE_DIR}/tests/data/realdesc/INDEX.md
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/pelarix/realdesc)
+endif()
+install(FILES ${PROJECT_SOURCE_DIR}/examples/demo.reg ${PROJECT_SOURCE_DIR}/examples/pelarix.reg
+  ${PROJECT_SOURCE_DIR}/examples/minimal_service.c DESTINATION ${CMAKE_INSTALL_DATADIR}/pelarix/examples)
 
 install(EXPORT pelarixTargets NAMESPACE pelarix:: DESTINATION ${pelarix_cmake_dir})
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/pelarixConfig.cmake.in

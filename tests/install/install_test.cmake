@@ -30,7 +30,9 @@ run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 # The tree. The soname link names the real file, which carries the version.
 set(lib ${prefix}/lib)
 foreach(file include/pelarix.h include/ordo/usb/filter.h include/ordo/usb/cxx20.h
-    lib/libordo_usb.a bin/pelarix-filter bin/pelarix-vhubd
+    lib/libordo_usb.a bin/pelarix-filter bin/pelarix-vhubd bin/pelarix-usbipd bin/pelarix-demo
+    share/pelarix/realdesc/hub_nec_0409_0058.bin share/pelarix/examples/demo.reg
+    share/pelarix/examples/pelarix.reg share/pelarix/examples/minimal_service.c
     lib/cmake/pelarix/pelarixConfig.cmake lib/cmake/pelarix/pelarixConfigVersion.cmake
     lib/cmake/pelarix/pelarixTargets.cmake lib/pkgconfig/pelarix.pc lib/pkgconfig/ordo_usb.pc)
   if(NOT EXISTS ${prefix}/${file})
@@ -90,3 +92,9 @@ run(${CXX_COMPILER} -std=c++20 ${cxx_flags} ${CONSUMER_DIR}/engine_consumer.cpp 
 expect_output(${out}/c_consumer "pelarix interface version 2\n")
 expect_output(${out}/engine_consumer "vid-1234_pid-5678 blocked, vid-1234_pid-0001 allowed\n")
 message(STATUS "installed tree and both consumers fine")
+
+# The installed demo finds its descriptors and settings beside it.
+run(${prefix}/bin/pelarix-demo --devices hub_nec --duration 0)
+if(NOT run_output MATCHES "1 plugged in; every check passed\n$")
+  message(FATAL_ERROR "the installed pelarix-demo printed\n${run_output}")
+endif()

@@ -17,8 +17,10 @@ struct DemoOptions {
   std::vector<std::string> devices;  // name fragments; empty: every device
   std::vector<std::string> clientStrings;
   // Devices (name fragments) whose client is of version 3: it has no filter
-  // of its own, and leaves the strings to the library's fetch.
-  std::vector<std::string> olderClient;
+  // of its own, and leaves the strings to the library's fetch. By default
+  // the hubs and the mouse come from such a client, so that a run shows
+  // both kinds of client.
+  std::vector<std::string> olderClient = {"hub_", "mouse_"};
   uint32_t pumps = 2;
   bool clientFilter = true;  // false: the client offers every device whole
   bool corruptDisks = false;

@@ -56,8 +56,8 @@ TEST(DemoRun, DevicesAreDecidedEnumeratedAndDriven) {
 }
 
 TEST(DemoRun, WithoutTheClientsFilterTheAgentRefusesItsDevice) {
-  const DemoResult run =
-      RunWith({"--duration", "0", "--devices", "bt_broadcom,hub_nec", "--no-client-filter"});
+  const DemoResult run = RunWith({"--duration", "0", "--devices", "bt_broadcom,hub_nec",
+                                  "--no-client-filter", "--older-client", ""});
   EXPECT_EQ(run.status, kExitPassed) << run.out << run.err;
   EXPECT_EQ(Steady(run.out),
             "Device Id Client Decision PlugNo Items Bytes MB/s Items/s Check\n"
@@ -76,6 +76,24 @@ TEST(DemoRun, AnOlderClientsDeviceIsOfferedWholeWithoutItsOwnFilter) {
             "bt_broadcom_bcm2045b_0a5c_2110 0a5c:2110 3 blocked by agent - - - - - -\n"
             "hub_lenovo_mtt_17ef_1005 17ef:1005 3 whole 1 5 871 - - ok\n"
             "2 devices, 1 plugged in; every check passed\n");
+}
+
+TEST(DemoRun, ByDefaultAHubComesFromAnOlderClientAndTheLibraryFetchesItsStrings) {
+  // Its language table and its product string (index 2): two items more
+  // than a newer client's hub, which brings its strings along.
+  const DemoResult run = RunWith({"--duration", "0", "--devices", "hub_nec", "--log-level", "2"});
+  EXPECT_EQ(run.status, kExitPassed) << run.out << run.err;
+  EXPECT_EQ(Steady(run.out),
+            "Device Id Client Decision PlugNo Items Bytes MB/s Items/s Check\n"
+            "hub_nec_0409_0058 0409:0058 3 whole 1 10 1759 - - ok\n"
+            "1 devices, 1 plugged in; every check passed\n");
+  for (const char *line :
+       {"pelarix[2]: Complete get string descriptor item, Item Id: 1, index: 0, language: 0x0, "
+        "status: 0x0\n",
+        "pelarix[2]: Complete get string descriptor item, Item Id: 2, index: 2, language: 0x409, "
+        "status: 0x0\n"}) {
+    EXPECT_NE(run.err.find(line), std::string::npos) << line << run.err;
+  }
 }
 
 TEST(DemoRun, AReadBackMismatchFailsTheRun) {
