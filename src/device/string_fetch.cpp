@@ -196,6 +196,10 @@ PelarixStatus BuildStringDescriptorItem(PelarixDevice *device, PelarixItem **ite
 void CompleteStringDescriptorItem(PelarixItem *item, bool wasParked, uint32_t status,
                                   uint32_t length, const void *data) {
   PelarixDevice *device = DeviceOf(item);
+  // The item's own lock is not held here: the caller marked the item
+  // completed under it and left it, so that this device lock comes in the
+  // library's order. Holding both, item first, could deadlock with an unplug
+  // that walks the device's items under the device's lock.
   platform::EnterLock(&device->lock);
   // With no fetch completion set, the fetch this item was made for has ended
   // already.
