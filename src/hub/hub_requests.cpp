@@ -65,11 +65,14 @@ PelarixStatus HubGetItem(platform::HubConnection hubHandle, const void *logHandl
 }
 
 PelarixStatus HubGetItemBuffer(platform::HubConnection hubHandle, const void *logHandle,
-                               void *output, uint32_t length) {
+                               void *output, uint32_t length, uint32_t *received) {
   uint32_t bytesReturned = 0;
   uint32_t error =
       HubRequest(hubHandle, IOCTL_HUB_GET_ITEM_BUFFER, nullptr, 0, output, length, &bytesReturned);
   if (error == platform::kErrorSuccess) {
+    if (received != nullptr) {
+      *received = bytesReturned;
+    }
     return Pelarix_Success;
   }
   LogMessage(kLogFailure, u"Failed to get item buffer from virtual hub, handle: %p, error: 0x%x",

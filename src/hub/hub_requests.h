@@ -29,9 +29,9 @@ PelarixStatus HubGetItem(platform::HubConnection hubHandle, const void *logHandl
                          uint32_t length, uint32_t *received);
 
 // IOCTL_HUB_GET_ITEM_BUFFER: the data of the item last delivered, into output
-// of length bytes. The bytes returned are not looked at.
+// of length bytes; received, where given, gets the bytes the hub returned.
 PelarixStatus HubGetItemBuffer(platform::HubConnection hubHandle, const void *logHandle,
-                               void *output, uint32_t length);
+                               void *output, uint32_t length, uint32_t *received = nullptr);
 
 // IOCTL_HUB_COMPLETE_ITEM with a HubCompleteRecord of length bytes. Its
 // failure line is at level 3.

@@ -145,10 +145,8 @@ PelarixStatus FetchLongItem(PumpCall &call, uint32_t dataLength, uint32_t plugNo
   const uint8_t *oldRecord = call.record;
   const uint32_t whole = dataLength + kHubItemRecordHeaderBytes;
   AskForRoom(call, whole, gLibrary.lateItemAllocation != 0 ? plugNo : kNoPlugNo);
-  // Zero-filled: a hub whose second answer falls short leaves zeros, not a
-  // freed block's old bytes, in the item the caller forwards. (A large block
-  // comes zeroed from the system, so this costs nothing where it could.)
-  call.buffer = AllocateWithRoom(call, whole, kLongItemSpareBytes, true);
+  // Not zero-filled: what a short second answer leaves is zeroed below.
+  call.buffer = AllocateWithRoom(call, whole, kLongItemSpareBytes, false);
   if (call.buffer == nullptr) {
     call.buffer = oldBuffer;
     return Pelarix_OutOfMemory;
@@ -157,10 +155,17 @@ PelarixStatus FetchLongItem(PumpCall &call, uint32_t dataLength, uint32_t plugNo
   call.received = whole;
   std::memcpy(call.record, oldRecord, kHubItemRecordHeaderBytes);
   std::free(oldBuffer);
-  const PelarixStatus status = HubGetItemBuffer(call.session->hubHandle, call.session,
-                                                call.record + kHubItemRecordHeaderBytes, whole);
+  uint8_t *data = call.record + kHubItemRecordHeaderBytes;
+  uint32_t got = 0;
+  const PelarixStatus status =
+      HubGetItemBuffer(call.session->hubHandle, call.session, data, whole, &got);
   if (status == Pelarix_Success) {
     CountCall(call.device->itemCallCount);
+    // A hub whose answer falls short leaves zeros, not the buffer's old heap
+    // bytes, in the item the caller forwards.
+    if (got < dataLength) {
+      std::memset(data + got, 0, dataLength - got);
+    }
   }
   return status;
 }
